@@ -1,0 +1,168 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file ZAVServiceTypes.h
+ * Enumerations, records and callback types of libzavservice-api.so. Plain C11; no GLib.
+ */
+#ifndef ZAVSERVICETYPES_H
+#define ZAVSERVICETYPES_H
+
+#ifdef __cplusplus
+#include <cstdint>
+#else
+#include <stdbool.h>
+#include <stdint.h>
+#endif
+
+/** Marks what the library exports. */
+#define ZAV_EXPORT __attribute__((visibility("default")))
+
+/** In C++ any number of the service is a defined value of these enumerations. */
+#ifdef __cplusplus
+#define ZAV_INT_ENUM : int
+#else
+#define ZAV_INT_ENUM
+#endif
+
+/**
+ * Sound modes. The service numbers the same modes from 0: the library subtracts 100 from what it
+ * sends and adds 100 to what it receives, and checks no range in either direction.
+ */
+typedef enum AudioEffect ZAV_INT_ENUM
+{
+    AUDIO_EFFECT_STANDARD = 100,
+    AUDIO_EFFECT_MUSIC = 101,
+    AUDIO_EFFECT_CLEAR_VOICE = 102,
+    AUDIO_EFFECT_SPORTS = 103,
+    AUDIO_EFFECT_MOVIE = 104,
+    AUDIO_EFFECT_NIGHT = 105,
+    AUDIO_EFFECT_SURROUND = 106,
+    AUDIO_EFFECT_SMART = 107,
+    AUDIO_EFFECT_GAME = 108,
+    AUDIO_EFFECT_ADAPTIVE = 109,
+    AUDIO_EFFECT_DTS_VIRTUAL_X = 110,
+    AUDIO_EFFECT_BASS_BOOST = 111,
+    AUDIO_EFFECT_ADAPTIVE_SOUND_PLUS = 112,
+    AUDIO_EFFECT_UNLABELLED_1 = 113, /**< has no display string */
+    AUDIO_EFFECT_UNLABELLED_2 = 114, /**< has no display string */
+    AUDIO_EFFECT_SOUNDBAR_1 = 115,   /**< never listed */
+    AUDIO_EFFECT_SOUNDBAR_2 = 116,   /**< never listed */
+    AUDIO_EFFECT_NONE = 117          /**< the mode could not be asked for */
+} AudioEffect;
+
+/** State of the woofer: the service's number, unchanged. */
+typedef enum woofer_state_e ZAV_INT_ENUM
+{
+    WOOFER_STATE_NONE = 0 /**< also the result when the service could not be asked */
+} woofer_state_e;
+
+/** Supported features: the service's number, unchanged. */
+typedef enum feature_support_e ZAV_INT_ENUM
+{
+    FEATURE_SUPPORT_UNKNOWN = -4 /**< the service could not be asked */
+} feature_support_e;
+
+/** Fixed selections of modes for popSoundEffectList(); any other value selects nothing. */
+typedef enum ListSoundEffect ZAV_INT_ENUM
+{
+    LIST_SOUND_EFFECT_STANDARD = 0, /**< standard alone */
+    LIST_SOUND_EFFECT_SURROUND = 1, /**< standard, surround */
+    LIST_SOUND_EFFECT_NIGHT = 2,    /**< standard, night */
+    LIST_SOUND_EFFECT_BASIC = 3,    /**< standard, night, surround */
+    LIST_SOUND_EFFECT_VOICE = 4,    /**< basic and clear voice */
+    LIST_SOUND_EFFECT_SPORTS = 5,   /**< voice and sports */
+    LIST_SOUND_EFFECT_MOVIE = 6,    /**< sports and movie */
+    LIST_SOUND_EFFECT_ALL = 7       /**< movie and music */
+} ListSoundEffect;
+
+/** An external device on the common tunnel: the service's number, unchanged. */
+typedef enum commonTunnel_external_id_e ZAV_INT_ENUM
+{
+    COMMON_TUNNEL_EXTERNAL_ID_DEFAULT = 16 /**< until another one is registered */
+} commonTunnel_external_id_e;
+
+/** Code of a device model; 0 to 25 belong to one entry of the model-name table each. */
+typedef enum model_name ZAV_INT_ENUM
+{
+    MODEL_NAME_MODEL_DEFAULT = 14,    /**< "MODEL_DEFAULT" */
+    MODEL_NAME_SOUNDBAR_DEFAULT = 15, /**< "SOUNDBAR_DEFAULT" */
+    MODEL_NAME_UNKNOWN = 26           /**< the name is not in the table */
+} model_name;
+
+/**
+ * The speaker-manager state that InitSpeakerManager() hands to the service: 60 bytes, laid out as
+ * the managed binding marshals it. Numbers without a unit are the service's.
+ */
+typedef struct SpeakerManagerState
+{
+    int32_t AudioEffect;    /**< current sound mode, an AudioEffect value */
+    int32_t SubWooferLevel; /**< current sub-woofer level */
+    int32_t ValueArray[7];  /**< passed through */
+    int32_t ConnectionStatus;
+    bool SubWooferAvailable; /**< 1 byte; any value but 0 is true */
+    bool EqualizerAvailable; /**< 1 byte; any value but 0 is true; 2 bytes of padding follow */
+    int32_t State;
+    int32_t FeatureSupported;
+    int32_t WooferConnected;
+    int32_t EffectList;
+} SpeakerManagerState;
+
+/**
+ * One networked speaker of the speaker configuration list: 148 bytes without padding, byte for
+ * byte what the service sent.
+ */
+typedef struct __attribute__((packed)) SCLSpkInfo
+{
+    uint8_t opaque1[34];
+    int32_t m_Connecttype; /**< connection type, host byte order */
+    uint8_t opaque2[110];
+} SCLSpkInfo;
+
+/** The service's node record, as it travels in the reply. */
+typedef SCLSpkInfo CNetSpkNodeInfo;
+
+/** The most records that one speaker configuration list may carry. */
+#define ZAV_MAX_SPEAKERS 50
+
+/**
+ * @name Callbacks
+ * They are called on the thread that iterates the GLib main context to which the signals were
+ * bound when the library connected. They may call any function of the library, register others
+ * and unregister themselves; a request blocks that thread. Data pointers are valid until the
+ * callback returns. An exception that leaves a callback ends the process.
+ *
+ * A callback may still be running, or about to run, on that thread when it is unregistered from
+ * another one: what it uses may be freed only after that thread has finished the dispatch. The
+ * sound-mode callback can be replaced but never unregistered: what it uses is never to be freed.
+ */
+/**@{*/
+
+/** "InvokeSignalHandler" or "DisconnectSignalHandler" arrived. */
+typedef void (*ZAVCallBack)(void);
+
+/** S/PDIF data arrived. @param data 44 bytes, filled up with 0; the length is not told */
+typedef void (*ZAVCallBack1)(const void* data, void* user_data);
+
+/** The sound mode changed. @param mode in the service's numbering, from 0 */
+typedef void (*extspk_sound_mode_changed_cb)(int mode, void* user_data);
+
+/**
+ * Status of the common tunnel.
+ * @param connected 1 or 0
+ * @param text      18 bytes as the service sent them; a terminator only if it sent one
+ */
+typedef void (*ZavConnectedCallBack)(int connected, char* text, void* user_data);
+
+/** Data from the common tunnel. @param data its bytes @param length 1 to 40 */
+typedef void (*ZavDataReceivedCallBack)(unsigned char* data, int length, void* user_data);
+
+/**
+ * Generic event for the managed binding.
+ * @param event the service's event number
+ * @param data  2200 bytes that begin with the address of the received bytes if there are any
+ * @param count how many bytes were received, 0 to 550
+ */
+typedef void (*ZAVCsharpCallback)(int event, void* data, int count);
+
+/**@}*/
+
+#endif

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+//
+// What the built library holds: its exports and its log points, read from its symbol tables.
+#include "lumo.h"
+
+#include <array>
+#include <cstdio>
+#include <dlfcn.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <link.h>
+#include <map>
+#include <memory>
+#include <regex>
+#include <set>
+
+namespace
+{
+
+using Names = std::vector<std::string>;
+
+std::string Contents(const char* path)
+{
+    std::ifstream file(path);
+    EXPECT_TRUE(file) << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Names Matches(const std::string& text, const char* pattern)
+{
+    const std::regex regex(pattern);
+    Names names;
+    for (std::sregex_iterator it(text.begin(), text.end(), regex), end; it != end; ++it) {
+        names.push_back((*it)[1]);
+    }
+    return names;
+}
+
+std::string Output(const std::string& command)
+{
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    std::array<char, 4096> part{};
+    while (fgets(part.data(), part.size(), pipe.get()) != nullptr) {
+        output += part.data();
+    }
+    return output;
+}
+
+TEST(Exports, AreThoseOfTheHeaderInItsOrderAndTheClass)
+{
+    const Names header = Matches(Contents(ZAV_HEADER), R"(\nZAV_EXPORT [\w ]+?(\w+)\()");
+    const Names map = Matches(Contents(ZAV_MAP), R"(\n    (\w+);)");
+    EXPECT_FALSE(header.empty());
+    EXPECT_EQ(header, map);
+
+    std::set<std::string> symbols;
+    for (const std::string& name :
+         Matches(Output("nm -D --defined-only " ZAV_LIBRARY), R"( [A-Za-z] (\S+)\n)")) {
+        if (name.rfind("_ZN13ZAVServiceAPI", 0) != 0) {
+            symbols.insert(name);
+        }
+    }
+    EXPECT_EQ(std::set<std::string>(header.begin(), header.end()), symbols);
+}
+
+std::vector<const TSCodeLocation*> LogPoints()
+{
+    const auto* loaded = static_cast<const link_map*>(dlopen(ZAV_LIBRARY, RTLD_NOW));
+    EXPECT_NE(nullptr, loaded) << dlerror();
+    std::vector<const TSCodeLocation*> points;
+    for (const std::string& address :
+         Matches(Output("nm " ZAV_LIBRARY), R"(([0-9a-f]+) \w \S*lumoCodeLocation\S*\n)")) {
+        points.push_back(reinterpret_cast<const TSCodeLocation*>(loaded->l_addr +
+                                                                 std::stoul(address, nullptr, 16)));
+    }
+    return points;
+}
+
+/** The priority that the source gives to the log point on this line. */
+std::string Level(const TSCodeLocation& point)
+{
+    static std::map<std::string, Names> sources;
+    Names& lines = sources[point.file];
+    if (lines.empty()) {
+        lines = Matches("\n" + Contents(point.file), R"(\n([^\n]*))");
+    }
+    std::smatch level;
+    std::string text;
+    for (int line = point.line;
+         !std::regex_search(text, level, std::regex("DLOG_[A-Z]+|ENT[A-Z]+")); ++line) {
+        text = lines.at(static_cast<size_t>(line - 1));
+    }
+    return level.str() == "DLOG_INFO" ? "info" : "error";
+}
+
+TEST(LogPoints, AreCountedByLevelAndEachIsItsOperationsOwn)
+{
+    std::map<std::string, int> levels;
+    std::map<std::string, std::set<int>> lines;
+    for (const TSCodeLocation* point : LogPoints()) {
+        ++levels[Level(*point)];
+        EXPECT_TRUE(lines[point->function].insert(point->line).second) << point->function;
+        EXPECT_EQ(0U, *point->locationId);
+    }
+    EXPECT_EQ((std::map<std::string, int>{{"info", 100}, {"error", 157}}), levels);
+    EXPECT_EQ(7U, lines["static bool ZAVServiceAPI::IsSoundBarConnected()"].size());
+    EXPECT_EQ(1U, lines["int IsSoundBarConnected()"].size());
+    EXPECT_EQ(8U, lines["static void ZAVServiceAPI::GetEqualizerLevel(int*, int*)"].size());
+}
+
+} // namespace
