@@ -59,8 +59,7 @@ bool AllReleased()
 
 GVariant* CountedReply(const std::string& text)
 {
-    g_autoptr(GVariant) value =
-        g_variant_ref_sink(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
+    g_autoptr(GVariant) value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr);
     g_assert_nonnull(value);
     ++repliesAlive;
     const gsize size = g_variant_get_size(value);

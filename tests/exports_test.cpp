@@ -7,12 +7,13 @@
 #include <cstdio>
 #include <dlfcn.h>
 #include <fstream>
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <link.h>
 #include <map>
 #include <memory>
-#include <regex>
 #include <set>
+#include <sstream>
 
 namespace
 {
@@ -26,12 +27,17 @@ std::string Contents(const char* path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+/** What the pattern's one group matches, each time that the pattern does. */
 Names Matches(const std::string& text, const char* pattern)
 {
-    const std::regex regex(pattern);
     Names names;
-    for (std::sregex_iterator it(text.begin(), text.end(), regex), end; it != end; ++it) {
-        names.push_back((*it)[1]);
+    g_autoptr(GRegex) regex =
+        g_regex_new(pattern, GRegexCompileFlags{}, GRegexMatchFlags{}, nullptr);
+    g_autoptr(GMatchInfo) match = nullptr;
+    g_regex_match(regex, text.c_str(), GRegexMatchFlags{}, &match);
+    for (; g_match_info_matches(match) != FALSE; g_match_info_next(match, nullptr)) {
+        g_autofree gchar* name = g_match_info_fetch(match, 1);
+        names.emplace_back(name);
     }
     return names;
 }
@@ -80,18 +86,20 @@ std::vector<const TSCodeLocation*> LogPoints()
 /** The priority that the source gives to the log point on this line. */
 std::string Level(const TSCodeLocation& point)
 {
-    static std::map<std::string, Names> sources;
-    Names& lines = sources[point.file];
-    if (lines.empty()) {
-        lines = Matches("\n" + Contents(point.file), R"(\n([^\n]*))");
-    }
-    std::smatch level;
+    std::istringstream source(Contents(point.file));
     std::string text;
-    for (int line = point.line;
-         !std::regex_search(text, level, std::regex("DLOG_[A-Z]+|ENT[A-Z]+")); ++line) {
-        text = lines.at(static_cast<size_t>(line - 1));
+    for (int line = 1; std::getline(source, text); ++line) {
+        if (line < point.line) {
+            continue;
+        }
+        if (text.find("DLOG_INFO") != std::string::npos) {
+            return "info";
+        }
+        if (text.find("DLOG_ERROR") != std::string::npos || text.find("ENT") != std::string::npos) {
+            return "error";
+        }
     }
-    return level.str() == "DLOG_INFO" ? "info" : "error";
+    return "none";
 }
 
 TEST(LogPoints, AreCountedByLevelAndEachIsItsOperationsOwn)
