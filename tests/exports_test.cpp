@@ -86,20 +86,21 @@ std::vector<const TSCodeLocation*> LogPoints()
 /** The priority that the source gives to the log point on this line. */
 std::string Level(const TSCodeLocation& point)
 {
+    Names lines{""}; // the first is line 1
     std::istringstream source(Contents(point.file));
-    std::string text;
-    for (int line = 1; std::getline(source, text); ++line) {
-        if (line < point.line) {
-            continue;
-        }
-        if (text.find("DLOG_INFO") != std::string::npos) {
-            return "info";
-        }
-        if (text.find("DLOG_ERROR") != std::string::npos || text.find("ENT") != std::string::npos) {
-            return "error";
-        }
+    for (std::string text; std::getline(source, text);) {
+        lines.push_back(text);
     }
-    return "none";
+    // Of a log point that stands on several lines compilers name the first or the last.
+    const auto Has = [&lines](size_t line, const char* text) {
+        return lines.at(line).find(text) != std::string::npos;
+    };
+    auto line = static_cast<size_t>(point.line);
+    while (!Has(line, "LOG_POINT") && !Has(line, "LOG_ENTRY") && !Has(line, "ENTER")) {
+        --line;
+    }
+    const bool info = Has(line, "DLOG_INFO") || (!Has(line, "DLOG_") && Has(line + 1, "DLOG_INFO"));
+    return info ? "info" : "error";
 }
 
 TEST(LogPoints, AreCountedByLevelAndEachIsItsOperationsOwn)
