@@ -409,6 +409,16 @@ const std::map<std::string, model_name> hashMapModelToCode = {
     {"SOUNDBAR_B10", model_name{25}},
 };
 
+template <class Site>
+bool HasConnection()
+{
+    if (ZAVServiceAPI::connection != nullptr) {
+        return true;
+    }
+    LOG_POINT_FOR(Site, DLOG_INFO, "connection is NULL");
+    return false;
+}
+
 /** Whether a signal brought what its handler unpacks. */
 template <class Site>
 bool HasParameters(GVariant* parameters, const char* type)
@@ -886,22 +896,20 @@ void ZAVServiceAPI::DataReceivedFromSpkViaSPDIF(const unsigned char* data, int l
 
 void ZAVServiceAPI::SignalSubscribe(ZAVCallBack callback)
 {
+    LOG_SITE(Here);
     LOG_POINT(DLOG_INFO, "SignalSubscribe  called !!!!");
-    if (connection == nullptr) {
-        LOG_POINT(DLOG_INFO, "connection is NULL");
-        return;
+    if (HasConnection<Here>()) {
+        Store(CallBackFunc, callback);
     }
-    Store(CallBackFunc, callback);
 }
 
 void ZAVServiceAPI::DisconnectSignalSubscribe(ZAVCallBack callback)
 {
+    LOG_SITE(Here);
     LOG_POINT(DLOG_INFO, "DisconnectSignalSubscribe  called !!!!");
-    if (connection == nullptr) {
-        LOG_POINT(DLOG_INFO, "connection is NULL");
-        return;
+    if (HasConnection<Here>()) {
+        Store(DisconnectCallBackFunc, callback);
     }
-    Store(DisconnectCallBackFunc, callback);
 }
 
 bool ZAVServiceAPI::SetSendDataToSpkViaSPDIFcb(ZAVCallBack1 callback, void* user_data)
@@ -980,31 +988,26 @@ void ZAVServiceAPI::UnsubscribeZAVCSharpCallback()
     Store(CSharpCallbackFunction, ZAVCsharpCallback{});
 }
 
-void ZAVServiceAPI::m_OnSignalCallBack(GDBusConnection* /*connection*/, const gchar* /*sender*/,
-                                       const gchar* /*path*/, const gchar* /*interface*/,
-                                       const gchar* /*signal*/, GVariant* /*parameters*/,
-                                       gpointer /*data*/) noexcept
+void ZAVServiceAPI::m_OnSignalCallBack(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                                       const gchar*, GVariant*, gpointer) noexcept
 {
     if (const auto callback = Load(CallBackFunc)) {
         callback();
     }
 }
 
-void ZAVServiceAPI::m_OnDisconnectSignalCallBack(GDBusConnection* /*connection*/,
-                                                 const gchar* /*sender*/, const gchar* /*path*/,
-                                                 const gchar* /*interface*/,
-                                                 const gchar* /*signal*/, GVariant* /*parameters*/,
-                                                 gpointer /*data*/) noexcept
+void ZAVServiceAPI::m_OnDisconnectSignalCallBack(GDBusConnection*, const gchar*, const gchar*,
+                                                 const gchar*, const gchar*, GVariant*,
+                                                 gpointer) noexcept
 {
     if (const auto callback = Load(DisconnectCallBackFunc)) {
         callback();
     }
 }
 
-void ZAVServiceAPI::m_OnSendDataViaSpdifSignalCallBack(
-    GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
-    const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
-    gpointer /*data*/) noexcept
+void ZAVServiceAPI::m_OnSendDataViaSpdifSignalCallBack(GDBusConnection*, const gchar*, const gchar*,
+                                                       const gchar*, const gchar*,
+                                                       GVariant* parameters, gpointer) noexcept
 {
     LOG_SITE(Here);
     if (!HasParameters<Here>(parameters, "(ayi)")) {
@@ -1026,10 +1029,11 @@ void ZAVServiceAPI::m_OnSendDataViaSpdifSignalCallBack(
     callback(copy.data(), Load(SendDataToSpkViaSPDIF_user_data));
 }
 
-void ZAVServiceAPI::m_OnReceiveExternalDataViaCommonTunnelCallBack(
-    GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
-    const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
-    gpointer /*data*/) noexcept
+void ZAVServiceAPI::m_OnReceiveExternalDataViaCommonTunnelCallBack(GDBusConnection*, const gchar*,
+                                                                   const gchar*, const gchar*,
+                                                                   const gchar*,
+                                                                   GVariant* parameters,
+                                                                   gpointer) noexcept
 {
     LOG_SITE(Here);
     if (!HasParameters<Here>(parameters, "(ayii)")) {
@@ -1062,10 +1066,9 @@ void ZAVServiceAPI::m_OnReceiveExternalDataViaCommonTunnelCallBack(
     }
 }
 
-void ZAVServiceAPI::m_OnSoundModeChangeEvent(GDBusConnection* /*connection*/,
-                                             const gchar* /*sender*/, const gchar* /*path*/,
-                                             const gchar* /*interface*/, const gchar* /*signal*/,
-                                             GVariant* parameters, gpointer /*data*/) noexcept
+void ZAVServiceAPI::m_OnSoundModeChangeEvent(GDBusConnection*, const gchar*, const gchar*,
+                                             const gchar*, const gchar*, GVariant* parameters,
+                                             gpointer) noexcept
 {
     LOG_SITE(Here);
     if (!HasParameters<Here>(parameters, "(i)")) {
@@ -1079,10 +1082,9 @@ void ZAVServiceAPI::m_OnSoundModeChangeEvent(GDBusConnection* /*connection*/,
     }
 }
 
-void ZAVServiceAPI::NotifyZAVCsharpCallback(GDBusConnection* /*connection*/,
-                                            const gchar* /*sender*/, const gchar* /*path*/,
-                                            const gchar* /*interface*/, const gchar* /*signal*/,
-                                            GVariant* parameters, gpointer /*data*/) noexcept
+void ZAVServiceAPI::NotifyZAVCsharpCallback(GDBusConnection*, const gchar*, const gchar*,
+                                            const gchar*, const gchar*, GVariant* parameters,
+                                            gpointer) noexcept
 {
     LOG_SITE(Here);
     LOG_POINT(DLOG_INFO, "Enter");
