@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+/** @file Scenario.h Files that tell the simulated service what to do when. */
+#ifndef ZAV_SERVICE_SCENARIO_H
+#define ZAV_SERVICE_SCENARIO_H
+
+#include "Control.h"
+
+#include <istream>
+#include <vector>
+
+struct Step
+{
+    guint at; // milliseconds after the service is ready
+    Control control;
+};
+
+/**
+ * Reads a scenario: one JSON object a line, with a time in milliseconds and one control, whose
+ * value is that of the command line's option of the same name. Empty lines are skipped.
+ *
+ *     {"at": 0, "delay": "GetMode=2000"}
+ *     {"at": 500, "emit": "SetCbSoundModeChange=(5,)"}
+ *     {"at": 3000, "reset": ""}
+ *
+ * @return the steps in order of time, those of one time in order of their lines
+ * @throw std::invalid_argument "LINE: what is wrong with it"
+ */
+std::vector<Step> ReadScenario(std::istream& lines);
+
+#endif

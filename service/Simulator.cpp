@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+#include "Simulator.h"
+
+#include "zav-interfaces.h"
+
+#include <algorithm>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+namespace
+{
+
+constexpr const char* servicePath = "/org/kelmar/tv/zav";
+constexpr const char* controlPath = "/org/kelmar/tv/zav/sim";
+
+void Export(GDBusConnection* connection, const char* path, const GDBusInterfaceInfo& interface,
+            GDBusInterfaceMethodCallFunc onCall, Simulator* simulator)
+{
+    const GDBusInterfaceVTable vtable = {onCall, nullptr, nullptr, {}};
+    g_dbus_connection_register_object(connection, path, const_cast<GDBusInterfaceInfo*>(&interface),
+                                      &vtable, simulator, nullptr, nullptr);
+}
+
+} // namespace
+
+Simulator::OpenCall::~OpenCall()
+{
+    if (timer != 0)
+        g_source_remove(timer);
+    g_object_unref(invocation);
+}
+
+Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
+    : connection(bus), quiet(beQuiet), loop(mainLoop)
+{
+    Export(
+        connection, servicePath, org_kelmar_tv_zav_interface,
+        [](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
+           GDBusMethodInvocation* invocation,
+           gpointer self) { static_cast<Simulator*>(self)->Receive(invocation); },
+        this);
+    Export(
+        connection, controlPath, org_kelmar_tv_zav_sim_interface,
+        [](GDBusConnection*, const char*, const char*, const char*, const char* method,
+           GVariant* args, GDBusMethodInvocation* invocation, gpointer self) {
+            try {
+                g_dbus_method_invocation_return_value(
+                    invocation, static_cast<Simulator*>(self)->Obey(method, args));
+            } catch (const std::invalid_argument& fault) {
+                g_dbus_method_invocation_return_error_literal(
+                    invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, fault.what());
+            }
+        },
+        this);
+}
+
+void Simulator::Apply(const Control& control)
+{
+    switch (control.kind) {
+    case Control::Kind::Delay: {
+        Fault& fault = faults[control.name];
+        if (fault.instead && fault.instead->kind == Control::Kind::Hang)
+            fault.instead.reset();
+        fault.delay = control.milliseconds;
+        break;
+    }
+    case Control::Kind::Hang:
+        faults[control.name] = {0, control};
+        break;
+    case Control::Kind::Fail:
+    case Control::Kind::Reply:
+        faults[control.name].instead = control;
+        break;
+    case Control::Kind::Emit:
+        Emit(control.name, control.body.get());
+        break;
+    case Control::Kind::Reset:
+        Reset();
+        break;
+    case Control::Kind::Quit:
+        g_main_loop_quit(loop);
+        break;
+    }
+}
+
+void Simulator::Receive(GDBusMethodInvocation* invocation)
+{
+    const std::string method = g_dbus_method_invocation_get_method_name(invocation);
+    GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
+    calls.push_back(
+        {method, Hold(g_variant_ref(args)), g_dbus_method_invocation_get_sender(invocation)});
+
+    OpenCall& call = open.emplace_back(*this, invocation, faults[method]);
+    peak = std::max(peak, open.size());
+
+    if (call.fault.instead && call.fault.instead->kind == Control::Kind::Hang)
+        Tell(method + " " + Print(args) + " -> hang");
+    else if (call.fault.delay == 0)
+        Answer(call);
+    else
+        call.timer = g_timeout_add(
+            call.fault.delay,
+            [](gpointer data) -> gboolean {
+                auto& due = *static_cast<OpenCall*>(data);
+                due.simulator.Answer(due);
+                return G_SOURCE_REMOVE;
+            },
+            &call);
+}
+
+/** Carries the call out, or what is set in its place, and forgets it. */
+void Simulator::Answer(OpenCall& call)
+{
+    const std::string method = g_dbus_method_invocation_get_method_name(call.invocation);
+    GVariant* args = g_dbus_method_invocation_get_parameters(call.invocation);
+    GDBusMessage* request = g_dbus_method_invocation_get_message(call.invocation);
+    const auto& instead = call.fault.instead;
+    std::string line = method + " " + Print(args) + " -> ";
+
+    // The message is made by hand: GDBus would not let a reply pass that is not of the method's
+    // type, and such replies are what this program is for.
+    g_autoptr(GDBusMessage) answer = nullptr;
+    if (instead && instead->kind == Control::Kind::Fail) {
+        answer = g_dbus_message_new_method_error_literal(request, instead->error.c_str(),
+                                                         "as the simulator was told");
+        line += "error " + instead->error;
+    } else {
+        const Variant body = instead ? instead->body : service.Answer(method, args);
+        answer = g_dbus_message_new_method_reply(request);
+        g_dbus_message_set_body(answer, body.get());
+        line += Print(body.get());
+    }
+    if (call.fault.delay != 0)
+        line += " after " + std::to_string(call.fault.delay) + " ms";
+
+    // Signals go first: a caller that has its reply can rely on having them as well.
+    for (const Signal& signal : std::exchange(service.signals, {}))
+        Emit(signal.name, signal.body.get());
+
+    if (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)
+        line += " (not sent: no reply asked for)";
+    else
+        g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       nullptr);
+    Tell(line);
+    open.remove_if([&call](const OpenCall& other) { return &other == &call; });
+}
+
+void Simulator::Emit(const std::string& signal, GVariant* body)
+{
+    g_dbus_connection_emit_signal(connection, nullptr, servicePath,
+                                  org_kelmar_tv_zav_interface.name, signal.c_str(), body, nullptr);
+    Tell("signal " + signal + " " + Print(body));
+}
+
+void Simulator::Reset()
+{
+    while (!open.empty()) {
+        OpenCall& call = open.front();
+        call.fault = {0, Control::Fail(g_dbus_method_invocation_get_method_name(call.invocation),
+                                       generalFailure)};
+        Answer(call);
+    }
+    service = {};
+    faults.clear();
+    calls.clear();
+    peak = 0;
+}
+
+/** Carries out a method of the control interface and returns its reply. */
+GVariant* Simulator::Obey(std::string_view method, GVariant* args)
+{
+    if (method == "Calls")
+        return CallList();
+    if (method == "PeakOpenCalls")
+        return g_variant_new("(u)", static_cast<guint>(peak));
+    if (method == "ClearCalls") {
+        calls.clear();
+        peak = open.size();
+        return nullptr;
+    }
+    if (method == "Reset") {
+        Reset();
+        return nullptr;
+    }
+
+    const char* name = nullptr;
+    g_variant_get_child(args, 0, "&s", &name);
+    if (method == "Hang") {
+        Apply(Control::Hang(name));
+        return nullptr;
+    }
+
+    const Variant argument = Hold(g_variant_get_child_value(args, 1));
+    if (method == "SetDelay")
+        Apply(Control::Delay(name, g_variant_get_uint32(argument.get())));
+    else if (method == "SetFailure")
+        Apply(Control::Fail(name, g_variant_get_string(argument.get(), nullptr)));
+    else if (method == "SetReply")
+        Apply(Control::Reply(name, Hold(g_variant_get_variant(argument.get()))));
+    else
+        Apply(Control::Emit(name, Hold(g_variant_get_variant(argument.get()))));
+    return nullptr;
+}
+
+GVariant* Simulator::CallList() const
+{
+    GVariantBuilder list;
+    g_variant_builder_init(&list, G_VARIANT_TYPE("a(svs)"));
+    for (const Call& call : calls) {
+        // D-Bus has no empty tuple inside of a variant.
+        const bool empty = g_variant_n_children(call.body.get()) == 0;
+        g_variant_builder_add(&list, "(svs)", call.method.c_str(),
+                              empty ? g_variant_new("av", nullptr) : call.body.get(),
+                              call.sender.c_str());
+    }
+    return g_variant_new("(a(svs))", &list);
+}
+
+void Simulator::Tell(const std::string& line) const
+{
+    if (!quiet)
+        std::cout << line << std::endl;
+}

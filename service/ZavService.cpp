@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include "ZavService.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <span>
+
+namespace
+{
+
+struct Range
+{
+    int lowest;
+    int highest;
+    bool Holds(int value) const { return value >= lowest && value <= highest; }
+};
+
+constexpr Range modes = {0, 16};
+constexpr Range wooferLevels = {-6, 6};
+constexpr Range equalizerLevels = {-10, 10};
+constexpr Range selections = {0, 7};
+constexpr Range offOn = {0, 1};
+constexpr int firstManagerMode = 100; // InitSpeakerManager's number for mode 0
+constexpr size_t maxBands = 100;
+constexpr size_t maxPayload = 40; // clients drop longer data, and end when it is much longer
+constexpr guint8 statusRequest = 's';
+constexpr size_t speakerRecordSize = 148;
+constexpr size_t connectTypeOffset = 34;
+constexpr int wooferLevelEvent = 1;
+
+template <class T>
+GVariant* NewArray(const char* type, std::span<const T> elements)
+{
+    return g_variant_new_fixed_array(G_VARIANT_TYPE(type), elements.data(), elements.size(),
+                                     sizeof(T));
+}
+
+GVariant* NewBytes(std::span<const guint8> bytes)
+{
+    return NewArray("y", bytes);
+}
+
+/** The elements of the array that is the first argument; they live as long as the arguments. */
+template <class T>
+std::span<const T> FirstArray(GVariant* args)
+{
+    const Variant array = Hold(g_variant_get_child_value(args, 0));
+    gsize size = 0;
+    const auto* elements =
+        static_cast<const T*>(g_variant_get_fixed_array(array.get(), &size, sizeof(T)));
+    return {elements, size};
+}
+
+int FirstInt(GVariant* args)
+{
+    int value = 0;
+    g_variant_get_child(args, 0, "i", &value);
+    return value;
+}
+
+bool Put(int& field, int value, Range range)
+{
+    if (!range.Holds(value))
+        return false;
+    field = value;
+    return true;
+}
+
+void Emit(ZavService& service, const char* signal, GVariant* body)
+{
+    service.signals.push_back({signal, Hold(body)});
+}
+
+using Handler = std::function<GVariant*(ZavService&, GVariant*)>;
+
+Handler Get(const char* reply, int ZavService::*field)
+{
+    return [=](ZavService& service, GVariant*) { return g_variant_new(reply, service.*field); };
+}
+
+Handler Set(int ZavService::*field, Range range)
+{
+    return [=](ZavService& service, GVariant* args) {
+        return g_variant_new("(i)", Put(service.*field, FirstInt(args), range) ? 0 : -1);
+    };
+}
+
+GVariant* GetEqualizerLevel(ZavService& service, GVariant* /*args*/)
+{
+    return g_variant_new("(@aii)", NewArray<gint32>("i", service.equalizer),
+                         static_cast<int>(service.equalizer.size()));
+}
+
+GVariant* SetEqualizerLevel(ZavService& service, GVariant* args)
+{
+    int count = 0;
+    g_variant_get_child(args, 1, "i", &count);
+    const auto levels = FirstArray<gint32>(args);
+    if (levels.size() <= maxBands && count == static_cast<int>(levels.size()) &&
+        std::ranges::all_of(levels, [](int level) { return equalizerLevels.Holds(level); }))
+        service.equalizer.assign(levels.begin(), levels.end());
+    return g_variant_new("()");
+}
+
+GVariant* InitSpeakerManager(ZavService& service, GVariant* args)
+{
+    int mode = 0;
+    int wooferLevel = 0;
+    g_variant_get(args, "(iiaiibbiiii)", &mode, &wooferLevel, nullptr, &service.soundBarConnected,
+                  &service.wooferModeAvailable, &service.equalizerAvailable, nullptr,
+                  &service.featureSupport, &service.wooferState, &service.modeMask);
+    Put(service.wooferLevel, wooferLevel, wooferLevels);
+    if (mode >= firstManagerMode)
+        Put(service.mode, mode - firstManagerMode, modes);
+    Emit(service, service.soundBarConnected ? "InvokeSignalHandler" : "DisconnectSignalHandler",
+         g_variant_new("()"));
+    return g_variant_new("()");
+}
+
+GVariant* GetScl(ZavService& service, GVariant* /*args*/)
+{
+    std::vector<guint8> records(service.speakers.size() * speakerRecordSize);
+    auto record = records.begin();
+    for (const Speaker& speaker : service.speakers) {
+        std::copy_n(speaker.name.begin(), std::min(speaker.name.size(), connectTypeOffset), record);
+        std::memcpy(&record[connectTypeOffset], &speaker.connectType, sizeof speaker.connectType);
+        record += speakerRecordSize;
+    }
+    return g_variant_new("(@ay)", NewBytes(records));
+}
+
+GVariant* SetCapability(ZavService& service, GVariant* args)
+{
+    service.capableDevices.insert(FirstInt(args));
+    return g_variant_new("(b)", TRUE);
+}
+
+GVariant* GetCapability(ZavService& service, GVariant* args)
+{
+    return g_variant_new("(i)", service.capableDevices.contains(FirstInt(args)) ? 1 : 0);
+}
+
+void EmitTunnelData(ZavService& service, std::span<const guint8> data, int id)
+{
+    Emit(service, "receiveExternalDataViaCommonTunnel",
+         g_variant_new("(@ayii)", NewBytes(data), static_cast<int>(data.size()), id));
+}
+
+GVariant* SendTunnelData(ZavService& service, GVariant* args)
+{
+    static constexpr std::array<guint8, 20> status = {'q', 1, 'z', 'a', 'v', '-', 's', 'i', 'm'};
+    int id = 0;
+    g_variant_get_child(args, 2, "i", &id);
+    const auto data = FirstArray<guint8>(args);
+    if (data.size() == 1 && data[0] == statusRequest)
+        EmitTunnelData(service, status, id);
+    else if (data.size() <= maxPayload)
+        EmitTunnelData(service, data, id);
+    return g_variant_new("(b)", TRUE);
+}
+
+GVariant* ReceiveSpdifData(ZavService& service, GVariant* args)
+{
+    const auto data = FirstArray<guint8>(args);
+    const bool accepted = data.size() <= maxPayload;
+    if (accepted)
+        Emit(service, "sendDataViaSpdif",
+             g_variant_new("(@ayi)", NewBytes(data), static_cast<int>(data.size())));
+    return g_variant_new("(b)", accepted);
+}
+
+using Z = ZavService;
+
+const std::map<std::string, Handler> handlers = {
+    {"IsSoundBarConnected", Get("(b)", &Z::soundBarConnected)},
+    {"GetSpeakerSelection", Get("(i)", &Z::speakerSelection)},
+    {"SetSpeakerSelection", Set(&Z::speakerSelection, selections)},
+    {"GetWooferLevel", Get("(i)", &Z::wooferLevel)},
+    {"SetWooferLevel", Set(&Z::wooferLevel, wooferLevels)},
+    {"GetWooferState", Get("(i)", &Z::wooferState)},
+    {"IsZAVReady", Get("(i)", &Z::ready)},
+    {"SetEarcToZav", Set(&Z::earc, offOn)},
+    {"SetCorvalaVconf", Set(&Z::corvala, offOn)},
+    {"RequestPreTrial", Set(&Z::preTrial, offOn)},
+    {"IsAvailableEqualizer", Get("(b)", &Z::equalizerAvailable)},
+    {"getQCorvalaAvailable", Get("(i)", &Z::corvala)},
+    {"IsFeatureSupported", Get("(i)", &Z::featureSupport)},
+    {"SetMode", Set(&Z::mode, modes)},
+    {"GetMode", Get("(i)", &Z::mode)},
+    {"IsAvailableWooferMode", Get("(b)", &Z::wooferModeAvailable)},
+    {"GetModeList", Get("(i)", &Z::modeMask)},
+    {"SetEqualizerLevel", SetEqualizerLevel},
+    {"GetEqualizerLevel", GetEqualizerLevel},
+    {"InitSpeakerManager", InitSpeakerManager},
+    {"GetSCL", GetScl},
+    {"setCapabilityViaCommonTunnel", SetCapability},
+    {"getCapabilityViaCommonTunnel", GetCapability},
+    {"sendExternalDataViaCommonTunnel", SendTunnelData},
+    {"ReceivedDataFromSpdif", ReceiveSpdifData},
+};
+
+} // namespace
+
+Variant ZavService::Answer(const std::string& method, GVariant* args)
+{
+    const int modeBefore = mode;
+    const int wooferLevelBefore = wooferLevel;
+    Variant reply = Hold(handlers.at(method)(*this, args));
+
+    // A change is announced in one place, whichever method brought it.
+    if (mode != modeBefore)
+        Emit(*this, "SetCbSoundModeChange", g_variant_new("(i)", mode));
+    if (wooferLevel != wooferLevelBefore) {
+        std::array<guint8, sizeof wooferLevel> level{};
+        std::memcpy(level.data(), &wooferLevel, level.size());
+        Emit(*this, "notifyZAVCsharpCallback",
+             g_variant_new("(i@ayi)", wooferLevelEvent, NewBytes(level),
+                           static_cast<int>(level.size())));
+    }
+    return reply;
+}
