@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+/** @file Scalars.h The values that can be read and set by name. */
+#ifndef CLI_SCALARS_H
+#define CLI_SCALARS_H
+
+#include <string>
+#include <vector>
+
+namespace cli
+{
+
+/** "104 MOVIE"; the number alone for a mode without a name. */
+std::string ModeText(int mode);
+
+/** The name of a mode, "" for none. */
+std::string ModeName(int mode);
+
+/** A mode by its number or, in any case, by its name. @throws Failure */
+int ParseMode(const std::string& text);
+
+/** The names for `get` and for `set`, and the modes' for `set mode`. */
+std::vector<std::string> GetterNames();
+std::vector<std::string> SetterNames();
+std::vector<std::string> ModeNames();
+
+/** The table of the values, for --help. */
+std::string ScalarHelp();
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+/**
+ * @file TraceVerb.h
+ * `zavctl trace`: shows what a trace store holds.
+ */
+#ifndef CLI_TRACEVERB_H
+#define CLI_TRACEVERB_H
+
+#include <string>
+
+namespace cli
+{
+
+struct TraceOptions
+{
+    std::string file;
+    bool json = false;  ///< one JSON object a line
+    bool stat = false;  ///< a summary for each operation
+    std::string chrome; ///< where to write a timeline, "" for none
+};
+
+/** Writes to standard output, complaints to standard error. @return the exit code of zavctl */
+int Trace(const TraceOptions& options);
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: MIT
+#include "PrivateBus.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <sys/prctl.h>
+
+namespace
+{
+
+constexpr const char* kService = "org.kelmar.tv.zav";
+
+template <class T>
+std::shared_ptr<T> Hold(T* object)
+{
+    return {object, g_object_unref};
+}
+
+std::shared_ptr<GVariant> Hold(GVariant* value)
+{
+    return {g_variant_take_ref(value), g_variant_unref};
+}
+
+[[noreturn]] void Throw(const std::string& what, const GError* error)
+{
+    throw std::runtime_error(what + ": " + (error != nullptr ? error->message : "no reason given"));
+}
+
+std::shared_ptr<GSubprocess> Spawn(const Arguments& arguments, const Environment& environment,
+                                   GSubprocessFlags flags)
+{
+    const auto launcher = Hold(g_subprocess_launcher_new(flags));
+    for (const auto& [name, value] : environment) {
+        g_subprocess_launcher_setenv(launcher.get(), name.c_str(), value.c_str(), TRUE);
+    }
+    g_subprocess_launcher_set_child_setup(
+        launcher.get(), [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
+    std::vector<const char*> words;
+    for (const std::string& argument : arguments) {
+        words.push_back(argument.c_str());
+    }
+    words.push_back(nullptr);
+    g_autoptr(GError) error = nullptr;
+    GSubprocess* process = g_subprocess_launcher_spawnv(launcher.get(), words.data(), &error);
+    if (process == nullptr) {
+        Throw(arguments.at(0), error);
+    }
+    return Hold(process);
+}
+
+int ExitCode(GSubprocess* process)
+{
+    return g_subprocess_get_if_exited(process) != FALSE ? g_subprocess_get_exit_status(process)
+                                                        : -g_subprocess_get_term_sig(process);
+}
+
+/** One asynchronous operation, waited for in a main context; what is late is cancelled. */
+struct Operation
+{
+    explicit Operation(GMainContext* served) : context(served)
+    {
+        late = g_timeout_source_new_seconds(kLimit.count());
+        g_source_set_callback(
+            late,
+            [](gpointer self) -> gboolean {
+                g_cancellable_cancel(static_cast<Operation*>(self)->cancellable.get());
+                return G_SOURCE_REMOVE;
+            },
+            this, nullptr);
+        g_source_attach(late, context);
+    }
+    ~Operation()
+    {
+        g_source_destroy(late);
+        g_source_unref(late);
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    static void Done(GObject* /*source*/, GAsyncResult* result, gpointer self)
+    {
+        static_cast<Operation*>(self)->result =
+            Hold(static_cast<GAsyncResult*>(g_object_ref(static_cast<gpointer>(result))));
+    }
+
+    GAsyncResult* Result()
+    {
+        while (!result) {
+            g_main_context_iteration(context, TRUE);
+        }
+        return result.get();
+    }
+
+    GMainContext* context;
+    std::shared_ptr<GCancellable> cancellable = Hold(g_cancellable_new());
+    GSource* late = nullptr;
+    std::shared_ptr<GAsyncResult> result;
+};
+
+/** A main context for one operation, so that nothing of the test's own is dispatched. */
+struct OwnContext
+{
+    OwnContext() { g_main_context_push_thread_default(context); }
+    ~OwnContext()
+    {
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    }
+    OwnContext(const OwnContext&) = delete;
+    OwnContext& operator=(const OwnContext&) = delete;
+
+    GMainContext* context = g_main_context_new();
+};
+
+std::string Text(GBytes* bytes)
+{
+    gsize size = 0;
+    const void* data = g_bytes_get_data(bytes, &size);
+    return size == 0 ? std::string() : std::string(static_cast<const char*>(data), size);
+}
+
+/** D-Bus has no empty tuple inside of another value: in its place goes an empty array. */
+GVariant* Parse(const std::string& text)
+{
+    g_autoptr(GError) error = nullptr;
+    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    if (value == nullptr) {
+        Throw(text, error);
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_UNIT)) {
+        g_variant_unref(value);
+        return g_variant_new("av", nullptr);
+    }
+    return value;
+}
+
+std::string Configuration(const std::string& rules)
+{
+    std::ifstream file(ZAV_BUS_CONFIG);
+    std::string text{std::istreambuf_iterator(file), {}};
+    return text.insert(text.rfind("</busconfig>"), rules);
+}
+
+/** Whether the service is there. */
+bool IsOwned(GDBusConnection* connection)
+{
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "NameHasOwner", g_variant_new("(s)", kService), G_VARIANT_TYPE("(b)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    gboolean owned = FALSE;
+    if (reply != nullptr) {
+        g_variant_get(reply, "(b)", &owned);
+    }
+    return owned != FALSE;
+}
+
+} // namespace
+
+Child::Child(const Arguments& arguments, const Environment& environment)
+    : m_process(Spawn(arguments, environment, G_SUBPROCESS_FLAGS_STDOUT_PIPE)),
+      m_output(Hold(g_data_input_stream_new(g_subprocess_get_stdout_pipe(m_process.get()))))
+{
+}
+
+Child::~Child()
+{
+    g_subprocess_force_exit(m_process.get());
+    g_subprocess_wait(m_process.get(), nullptr, nullptr);
+}
+
+std::string Child::ReadLine()
+{
+    const OwnContext own;
+    Operation operation(own.context);
+    g_data_input_stream_read_line_async(m_output.get(), G_PRIORITY_DEFAULT,
+                                        operation.cancellable.get(), Operation::Done, &operation);
+    g_autoptr(GError) error = nullptr;
+    g_autofree char* line =
+        g_data_input_stream_read_line_finish(m_output.get(), operation.Result(), nullptr, &error);
+    if (line == nullptr) {
+        Throw("no line from the child", error);
+    }
+    return line;
+}
+
+std::string Child::ReadUntil(const std::string& text)
+{
+    std::string line = ReadLine();
+    while (line.find(text) == std::string::npos) {
+        line = ReadLine();
+    }
+    return line;
+}
+
+void Child::Signal(int number)
+{
+    g_subprocess_send_signal(m_process.get(), number);
+}
+
+int Child::Wait()
+{
+    const OwnContext own;
+    Operation operation(own.context);
+    g_subprocess_wait_async(m_process.get(), operation.cancellable.get(), Operation::Done,
+                            &operation);
+    g_autoptr(GError) error = nullptr;
+    if (g_subprocess_wait_finish(m_process.get(), operation.Result(), &error) == FALSE) {
+        Throw("the child goes on", error);
+    }
+    return ExitCode(m_process.get());
+}
+
+Ended RunProgram(const Arguments& arguments, const Environment& environment)
+{
+    constexpr auto pipes = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
+                                                         G_SUBPROCESS_FLAGS_STDERR_PIPE);
+    const auto process = Spawn(arguments, environment, pipes);
+    Operation operation(nullptr);
+    g_subprocess_communicate_async(process.get(), nullptr, operation.cancellable.get(),
+                                   Operation::Done, &operation);
+    g_autoptr(GBytes) out = nullptr;
+    g_autoptr(GBytes) err = nullptr;
+    g_autoptr(GError) error = nullptr;
+    if (g_subprocess_communicate_finish(process.get(), operation.Result(), &out, &err, &error) ==
+        FALSE) {
+        g_subprocess_force_exit(process.get());
+        Throw(arguments.at(0), error);
+    }
+    return {ExitCode(process.get()), Text(out), Text(err)};
+}
+
+PrivateBus::PrivateBus(const std::string& rules)
+{
+    std::string folder = std::filesystem::temp_directory_path() / "zav-bus-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) {
+        throw std::runtime_error(folder + " cannot be made");
+    }
+    m_folder = folder;
+    m_address = "unix:path=" + m_folder + "/bus";
+    std::ofstream(m_folder + "/bus.conf") << Configuration(rules);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
+    Start();
+}
+
+PrivateBus::~PrivateBus()
+{
+    Stop();
+    std::error_code ignored;
+    std::filesystem::remove_all(m_folder, ignored);
+}
+
+void PrivateBus::Start()
+{
+    std::filesystem::remove(m_folder + "/bus"); // left behind by a bus that was killed
+    m_daemon =
+        std::make_unique<Child>(Arguments{"dbus-daemon", "--config-file=" + m_folder + "/bus.conf",
+                                          "--nofork", "--print-address", "--address=" + m_address});
+    m_daemon->ReadLine();
+}
+
+void PrivateBus::Stop()
+{
+    m_daemon.reset();
+}
+
+Simulator::Simulator(const PrivateBus& bus, const Arguments& options)
+    : m_address(bus.Address()), m_options(options)
+{
+    Start();
+}
+
+void Simulator::Start()
+{
+    Arguments arguments{ZAV_SIM, "--quiet"};
+    arguments.insert(arguments.end(), m_options.begin(), m_options.end());
+    m_process = std::make_unique<Child>(arguments);
+    m_process->ReadUntil("zav-sim: ready");
+
+    constexpr auto client =
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    g_autoptr(GError) error = nullptr;
+    GDBusConnection* connection =
+        g_dbus_connection_new_for_address_sync(m_address.c_str(), client, nullptr, nullptr, &error);
+    if (connection == nullptr) {
+        Throw(m_address, error);
+    }
+    m_connection = Hold(connection);
+}
+
+void Simulator::Stop()
+{
+    m_process.reset();
+    while (IsOwned(m_connection.get())) { // until the bus has noticed
+    }
+    m_connection.reset();
+}
+
+std::shared_ptr<GVariant> Simulator::Control(const char* method, GVariant* arguments)
+{
+    g_autoptr(GError) error = nullptr;
+    GVariant* reply = g_dbus_connection_call_sync(
+        m_connection.get(), kService, "/org/kelmar/tv/zav/sim", "org.kelmar.tv.zav.Sim", method,
+        arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    if (reply == nullptr) {
+        Throw(method, error);
+    }
+    return Hold(reply);
+}
+
+void Simulator::SetReply(const std::string& method, const std::string& body)
+{
+    Control("SetReply", g_variant_new("(sv)", method.c_str(), Parse(body)));
+}
+
+void Simulator::SetDelay(const std::string& method, unsigned milliseconds)
+{
+    Control("SetDelay", g_variant_new("(su)", method.c_str(), milliseconds));
+}
+
+void Simulator::SetFailure(const std::string& method, const std::string& error)
+{
+    Control("SetFailure", g_variant_new("(ss)", method.c_str(), error.c_str()));
+}
+
+void Simulator::Hang(const std::string& method)
+{
+    Control("Hang", g_variant_new("(s)", method.c_str()));
+}
+
+void Simulator::Emit(const std::string& signal, const std::string& body)
+{
+    Control("Emit", g_variant_new("(sv)", signal.c_str(), Parse(body)));
+}
+
+std::vector<Simulator::Call> Simulator::Calls()
+{
+    const auto reply = Control("Calls", nullptr);
+    g_autoptr(GVariant) list = g_variant_get_child_value(reply.get(), 0);
+    std::vector<Call> calls;
+    for (gsize i = 0; i < g_variant_n_children(list); ++i) {
+        const char* method = nullptr;
+        const char* sender = nullptr;
+        g_autoptr(GVariant) arguments = nullptr;
+        g_variant_get_child(list, i, "(&sv&s)", &method, &arguments, &sender);
+        // No arguments come as an empty array, see Parse().
+        const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE("av")) != FALSE;
+        g_autofree char* text = none ? g_strdup("()") : g_variant_print(arguments, FALSE);
+        calls.push_back({method, text, sender});
+    }
+    return calls;
+}
+
+unsigned Simulator::PeakOpenCalls()
+{
+    const auto reply = Control("PeakOpenCalls", nullptr);
+    guint32 count = 0;
+    g_variant_get(reply.get(), "(u)", &count);
+    return count;
+}
+
+void Simulator::ClearCalls()
+{
+    Control("ClearCalls", nullptr);
+}
+
+void Simulator::Reset()
+{
+    Control("Reset", nullptr);
+}

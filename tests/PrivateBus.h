@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+/**
+ * @file PrivateBus.h
+ * For tests on a real bus: a bus of their own in place of the system bus, the simulated service on
+ * it, and programs run as children. Whatever was started ends with the object that started it, or
+ * with the test program, however that ends. What does not happen in time throws std::runtime_error.
+ */
+#ifndef ZAV_TESTS_PRIVATEBUS_H
+#define ZAV_TESTS_PRIVATEBUS_H
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+using Arguments = std::vector<std::string>;
+using Environment = std::map<std::string, std::string>; ///< on top of the test program's own
+
+/** How long anything may take, also on a busy machine and under a sanitizer. */
+inline constexpr std::chrono::seconds kLimit{30};
+
+/** A program that runs beside the test, with its standard output at hand. */
+class Child
+{
+public:
+    explicit Child(const Arguments& arguments, const Environment& environment = {});
+    ~Child(); ///< kills it
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    /** The next line of its standard output; dispatches nothing else meanwhile. */
+    std::string ReadLine();
+
+    /** Lines up to and with the first that contains `text`. @return that line */
+    std::string ReadUntil(const std::string& text);
+
+    void Signal(int number);
+
+    /** Waits for its end. @return its exit code, or minus the number of the signal that ended it */
+    int Wait();
+
+private:
+    std::shared_ptr<GSubprocess> m_process;
+    std::shared_ptr<GDataInputStream> m_output;
+};
+
+/** A program that has ended, and what it left behind. */
+struct Ended
+{
+    int exitCode; ///< or minus the number of the signal that ended it
+    std::string out;
+    std::string err;
+};
+
+/** Runs a program to its end; meanwhile the default main context is served. */
+Ended RunProgram(const Arguments& arguments, const Environment& environment = {});
+
+/** A bus that this process and its children take for the system bus. */
+class PrivateBus
+{
+public:
+    /** @param rules what its configuration is to have on top, e.g. a policy */
+    explicit PrivateBus(const std::string& rules = "");
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    const std::string& Address() const { return m_address; }
+
+    void Stop();
+    void Start(); ///< again, at the same address
+
+private:
+    std::string m_folder;
+    std::string m_address;
+    std::unique_ptr<Child> m_daemon;
+};
+
+/**
+ * The simulated service, and its control interface over a connection of its own. Bodies are in
+ * GVariant's text form: a tuple is the whole body, anything else its only member.
+ */
+class Simulator
+{
+public:
+    struct Call
+    {
+        std::string method;
+        std::string arguments; ///< e.g. "(3,)"
+        std::string sender;
+    };
+
+    explicit Simulator(const PrivateBus& bus, const Arguments& options = {});
+
+    void Stop();
+    void Start(); ///< again, with a state as new
+
+    void SetReply(const std::string& method, const std::string& body);
+    void SetDelay(const std::string& method, unsigned milliseconds);
+    void SetFailure(const std::string& method, const std::string& error);
+    void Hang(const std::string& method);
+    void Emit(const std::string& signal, const std::string& body = "()"); ///< returns once sent
+    std::vector<Call> Calls();
+    unsigned PeakOpenCalls();
+    void ClearCalls();
+    void Reset();
+
+private:
+    std::shared_ptr<GVariant> Control(const char* method, GVariant* arguments);
+
+    const std::string m_address;
+    const Arguments m_options;
+    std::unique_ptr<Child> m_process;
+    std::shared_ptr<GDBusConnection> m_connection;
+};
+
+#endif

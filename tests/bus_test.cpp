@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+//
+// The library over a real bus daemon, with the simulated service at the other end.
+#include "PrivateBus.h"
+#include "Recorder.h"
+#include "ZAVServiceAPI.h"
+#include "ZAVServiceBridgeAPI.h"
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace
+{
+
+using Api = ZAVServiceAPI;
+using recorder::Transcript;
+using Lines = std::vector<std::string>;
+
+/** Serves the main context until the condition holds. */
+void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nullptr)
+{
+    bool late = false;
+    GSource* limit = g_timeout_source_new(30'000);
+    g_source_set_callback(
+        limit,
+        [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_CONTINUE;
+        },
+        &late, nullptr);
+    g_source_attach(limit, context);
+    while (!holds() && !late) {
+        g_main_context_iteration(context, TRUE);
+    }
+    g_source_destroy(limit);
+    g_source_unref(limit);
+    EXPECT_FALSE(late) << "in vain";
+}
+
+Lines heard;
+int userData = 0;
+
+class Bus : public testing::Test
+{
+protected:
+    Bus() { recorder::Reset(); }
+
+    /** The calls that reached the service, as "Method (arguments)". */
+    Lines Received()
+    {
+        Lines lines;
+        for (const Simulator::Call& call : service.Calls()) {
+            lines.push_back(call.method + " " + call.arguments);
+        }
+        service.ClearCalls();
+        return lines;
+    }
+
+    PrivateBus bus;
+    Simulator service{bus};
+};
+
+TEST_F(Bus, CarriesEveryRequestToTheService)
+{
+    int levels[100] = {1, -2, 3};
+    int* list = levels;
+    int count = -1;
+    int capability = -1;
+    EXPECT_EQ(0, InitDbusConnection());
+    EXPECT_EQ(1, IsSoundBarConnected());
+    EXPECT_EQ(0, SetSpeakerSelection(1));
+    EXPECT_EQ(1, GetSpeakerSelection());
+    EXPECT_EQ(0, SetWooferLevel(-3));
+    EXPECT_EQ(-3, GetWooferLevel());
+    EXPECT_EQ(0, SetMode(AUDIO_EFFECT_MOVIE));
+    EXPECT_EQ(AUDIO_EFFECT_MOVIE, GetMode());
+    EXPECT_FALSE(Api::GetEqualizerState());
+    EXPECT_LE(0, SetEarcToZav(1));
+    EXPECT_LE(0, SetCorvalaVconf(1));
+    EXPECT_LE(0, RequestPreTrial(1));
+    EXPECT_LE(0, getQCorvalaAvailable());
+    EXPECT_NE(-4, IsFeatureSupported());
+    EXPECT_TRUE(IsAvailableWooferMode());
+    EXPECT_TRUE(IsAvailableEqualizer());
+    EXPECT_NE(WOOFER_STATE_NONE, GetWooferState());
+    EXPECT_EQ(1, IsZAVReady());
+    SetEqualizerLevel(levels, 3);
+    GetEqualizerLevel(&list, &count);
+    EXPECT_LT(0, count);
+    GetModeList(&list, &count);
+    EXPECT_LT(0, count);
+    SCLSpkInfo speakers[ZAV_MAX_SPEAKERS];
+    EXPECT_LT(0, GetSCL(speakers));
+    EXPECT_EQ(0, InitSpeakerManager({}));
+    const auto device = static_cast<commonTunnel_external_id_e>(16);
+    EXPECT_EQ(0, Api::SetCapabilityCommonTunnelExternal(device));
+    EXPECT_EQ(0, Api::GetCapabilityCommonTunnelExternal(device, &capability));
+    EXPECT_NE(-1, capability);
+    const unsigned char bytes[] = {1, 2};
+    EXPECT_TRUE(Api::SendDataToCommonTunnelExternal(bytes, 2));
+    DataReceivedFromSpkViaSPDIF(bytes, 2);
+    EXPECT_EQ(
+        (Lines{"IsSoundBarConnected ()",
+               "SetSpeakerSelection (1,)",
+               "GetSpeakerSelection ()",
+               "SetWooferLevel (-3,)",
+               "GetWooferLevel ()",
+               "SetMode (4,)",
+               "GetMode ()",
+               "GetMode ()",
+               "SetEarcToZav (1,)",
+               "SetCorvalaVconf (1,)",
+               "RequestPreTrial (1,)",
+               "getQCorvalaAvailable ()",
+               "IsFeatureSupported ()",
+               "IsAvailableWooferMode ()",
+               "IsAvailableEqualizer ()",
+               "GetWooferState ()",
+               "IsZAVReady ()",
+               "SetEqualizerLevel ([1, -2, 3], 3)",
+               "GetEqualizerLevel ()",
+               "GetModeList ()",
+               "GetSCL ()",
+               "InitSpeakerManager (0, 0, [0, 0, 0, 0, 0, 0, 0], 0, false, false, 0, 0, 0, 0)",
+               "setCapabilityViaCommonTunnel (16,)",
+               "getCapabilityViaCommonTunnel (16,)",
+               "sendExternalDataViaCommonTunnel ([0x01, 0x02], 2, 16)",
+               "ReceivedDataFromSpdif ([0x01, 0x02], 2)"}),
+        Received());
+}
+
+TEST_F(Bus, CarriesRepliesOfAnyTypeWithoutAWarning)
+{
+    Api::InitDbusConnection();
+    int level = 7;
+    int count = -1;
+    std::vector<SCLSpkInfo> speakers;
+    for (const char* wrong : {"'text'", "()", "(1, 2)", "<5>", "@ay []"}) {
+        for (const char* method :
+             {"GetMode", "IsSoundBarConnected", "GetEqualizerLevel", "GetSCL"}) {
+            service.SetReply(method, wrong);
+        }
+        EXPECT_EQ(AUDIO_EFFECT_STANDARD, Api::GetMode()) << wrong;
+        EXPECT_FALSE(Api::IsSoundBarConnected()) << wrong;
+        Api::GetEqualizerLevel(&level, &count);
+        EXPECT_EQ(7, level) << wrong;
+        EXPECT_EQ(-1, count) << wrong;
+        EXPECT_EQ(-1, Api::GetSCL(speakers)) << wrong;
+    }
+}
+
+TEST_F(Bus, IsReachedAsSoonAsItIsThere)
+{
+    bus.Stop();
+    EXPECT_EQ(-1, Api::InitDbusConnection());
+    const Transcript lines = recorder::Take();
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ(0U, lines[1].find("6 InitDbusConnection > Bus get sync failed: "));
+    bus.Start();
+    EXPECT_EQ(0, Api::InitDbusConnection());
+}
+
+TEST_F(Bus, TellsOfAServiceThatIsGoneAndFindsItAgainOnceTheMainContextRuns)
+{
+    Api::InitDbusConnection();
+    EXPECT_EQ(-3, (Api::SetWooferLevel(-3), Api::GetWooferLevel()));
+    service.Stop();
+    EXPECT_EQ(-1, Api::GetWooferLevel());
+    service.Start();
+    IterateUntil([] { return Api::GetWooferLevel() != -1; });
+    service.SetFailure("GetWooferLevel", "org.freedesktop.DBus.Error.AccessDenied");
+    EXPECT_EQ(-1, Api::GetWooferLevel());
+    EXPECT_EQ("6 GetWooferLevel > The integer packet received from ZAVService is NULL",
+              recorder::Take().back());
+}
+
+TEST_F(Bus, FreesTheTurnOfARequestThatIsNotAnsweredInTime)
+{
+    Api::InitDbusConnection();
+    service.Hang("GetSpeakerSelection");
+    recorder::Take();
+    EXPECT_EQ(0, Api::GetSpeakerSelection()); // after the true 5 s
+    EXPECT_EQ(
+        (Transcript{"4 GetSpeakerSelection > Sending Integer Data to ZAVService.....",
+                    "4 GetSpeakerSelection > Returned from ZAVService...",
+                    "6 GetSpeakerSelection > The integer packet received from ZAVService is NULL"}),
+        recorder::Take());
+    EXPECT_EQ(0, Api::SetWooferLevel(1));
+}
+
+TEST_F(Bus, GivesUpBehindASlowRequestAndNeverHasTwoOnTheWire)
+{
+    Api::InitDbusConnection();
+    service.Hang("GetSpeakerSelection");
+    std::atomic<int> slow = -2;
+    std::thread stuck([&slow] { slow = Api::GetSpeakerSelection(); });
+    while (service.Calls().empty()) {
+        std::this_thread::yield();
+    }
+    recorder::Take();
+    EXPECT_EQ(-1, Api::GetWooferLevel());
+    const Transcript lines = recorder::Take();
+    EXPECT_EQ(102U, lines.size());
+    EXPECT_EQ("6 GetWooferLevel > API is busy. give up", lines.back());
+    service.Reset(); // answers the hanging call with an error
+    stuck.join();
+    EXPECT_EQ(0, slow);
+
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong = 0;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&wrong] {
+            for (int round = 0; round < 20; ++round) {
+                const int mode = Api::GetMode();
+                const int set = Api::SetWooferLevel(2);
+                wrong += mode != AUDIO_EFFECT_STANDARD && mode != AUDIO_EFFECT_NONE ? 1 : 0;
+                wrong += set != 0 && set != -1 ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, wrong);
+    EXPECT_EQ(1U, service.PeakOpenCalls());
+    for (const std::string& line : recorder::Take()) {
+        EXPECT_NE(0U, line.find("broken:")) << line;
+    }
+}
+
+TEST_F(Bus, DeliversEverySignalAlsoAfterTheServiceWasRestarted)
+{
+    Api::InitDbusConnection();
+    const auto heardSomething = [] { return !heard.empty(); };
+    Api::SignalSubscribe([] { heard.emplace_back("signal"); });
+    Api::DisconnectSignalSubscribe([] { heard.emplace_back("disconnect"); });
+    Api::ExtSpkSetSoundModeChangedCb(
+        [](int mode, void* user) {
+            heard.push_back("mode " + std::to_string(mode) + (user == &userData ? "" : "?"));
+        },
+        &userData);
+    Api::SetSendDataToSpkViaSPDIFcb(
+        [](const void* data, void*) {
+            heard.push_back("spdif " + std::string(static_cast<const char*>(data)));
+        },
+        nullptr);
+    Api::SetDataReceivedFromCommonTunnelExternalcb(
+        static_cast<commonTunnel_external_id_e>(3),
+        [](int connected, char* text, void*) {
+            heard.push_back("status " + std::to_string(connected) + " " + std::string(text, 18));
+        },
+        [](unsigned char* data, int length, void*) {
+            heard.push_back(
+                "data " + std::string(reinterpret_cast<char*>(data), static_cast<size_t>(length)));
+        },
+        &userData);
+    Api::SubscribeZAVCSharpCallback([](int event, void* data, int count) {
+        const char* bytes = nullptr;
+        memcpy(&bytes, data, sizeof bytes);
+        heard.push_back("event " + std::to_string(event) + " " +
+                        std::string(bytes, static_cast<size_t>(count)));
+    });
+    const std::array<const char*, 3> signals[] = {
+        {"InvokeSignalHandler", "()", "signal"},
+        {"SetCbSoundModeChange", "(5,)", "mode 5"},
+        {"sendDataViaSpdif", "([byte 0x61, 0x62], 2)", "spdif ab"},
+        {"receiveExternalDataViaCommonTunnel", "([byte 0x61], 1, 3)", "data a"},
+        {"notifyZAVCsharpCallback", "(9, [byte 0x61, 0x62], 2)", "event 9 ab"},
+        {"DisconnectSignalHandler", "()", "disconnect"},
+    };
+    for (int start = 0; start < 2; ++start) {
+        for (const auto& [signal, body, expected] : signals) {
+            service.Emit(signal, body);
+            IterateUntil(heardSomething);
+            EXPECT_EQ(Lines{expected}, std::exchange(heard, {}));
+        }
+        service.Stop();
+        service.Start();
+        IterateUntil([] { return Api::GetMode() != AUDIO_EFFECT_NONE; });
+        heard.clear();
+    }
+    EXPECT_EQ(0, Api::SetMode(AUDIO_EFFECT_NIGHT));
+    IterateUntil(heardSomething);
+    EXPECT_EQ(Lines{"mode 5"}, std::exchange(heard, {}));
+}
+
+TEST_F(Bus, DeliversSignalsOnTheContextOfTheThreadThatConnected)
+{
+    std::thread events([this] {
+        GMainContext* context = g_main_context_new();
+        g_main_context_push_thread_default(context);
+        Api::InitDbusConnection();
+        static std::thread::id calledOn;
+        Api::SignalSubscribe([] { calledOn = std::this_thread::get_id(); });
+        service.Emit("InvokeSignalHandler");
+        IterateUntil([] { return calledOn != std::thread::id(); }, context);
+        EXPECT_EQ(std::this_thread::get_id(), calledOn);
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    });
+    events.join();
+}
+
+} // namespace
