@@ -31,8 +31,9 @@ public:
     {
         // Not to be held up by a pipe that nobody writes to.
         const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        if (file < 0)
+        if (file < 0) {
             throw std::system_error(errno, std::generic_category());
+        }
         struct stat status
         {
         };
@@ -42,13 +43,15 @@ public:
         }
         const int error = errno;
         close(file);
-        if (memory_ == MAP_FAILED)
+        if (memory_ == MAP_FAILED) {
             throw std::system_error(error, std::generic_category());
+        }
     }
     ~MappedFile()
     {
-        if (memory_)
+        if (memory_) {
             munmap(memory_, size_);
+        }
     }
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
@@ -68,8 +71,9 @@ public:
 
     Bytes Take(std::size_t size)
     {
-        if (size > rest_.size())
+        if (size > rest_.size()) {
             Mismatch();
+        }
         const Bytes taken = rest_.first(size);
         rest_ = rest_.subspan(size);
         return taken;
@@ -90,8 +94,9 @@ public:
     std::size_t Left() const { return rest_.size(); }
     void ExpectEnd() const
     {
-        if (!rest_.empty())
+        if (!rest_.empty()) {
             Mismatch();
+        }
     }
     [[noreturn]] static void Mismatch()
     {
@@ -139,32 +144,40 @@ class Parser
 public:
     explicit Parser(Bytes file) : file_(file)
     {
-        if (file.size() < sizeof header_)
+        if (file.size() < sizeof header_) {
             throw std::runtime_error("this is no trace store");
+        }
         header_ = Taker(file).Take<FileHeader>();
-        if (header_.magic != Magic)
+        if (header_.magic != Magic) {
             throw std::runtime_error("this is no trace store");
-        if (header_.chunkSize != ChunkSize || header_.chunkCount > LargestStore / ChunkSize)
+        }
+        if (header_.chunkSize != ChunkSize || header_.chunkCount > LargestStore / ChunkSize) {
             throw std::runtime_error("the header of this trace store is damaged");
+        }
     }
 
     Store Parse()
     {
         const std::size_t size = HeaderBlock + std::size_t{header_.chunkCount} * ChunkSize;
-        if (file_.size() < size)
+        if (file_.size() < size) {
             Damaged(file_.size(), "of " + std::to_string(size) + " the file is cut off");
+        }
         store_.dropped = header_.dropped;
         store_.process = header_.process;
 
         // A location is committed before the first record that names it: a second look finds the
         // locations of all records of the first one even while both are being written.
         const std::vector<Found> records = Scan();
-        for (const Found& found : Scan())
-            if (found.header.location == 0)
+        for (const Found& found : Scan()) {
+            if (found.header.location == 0) {
                 AddLocation(found);
-        for (const Found& found : records)
-            if (found.header.location != 0)
+            }
+        }
+        for (const Found& found : records) {
+            if (found.header.location != 0) {
                 AddRecord(found);
+            }
+        }
         std::ranges::stable_sort(store_.records, {}, &Record::time);
         return std::move(store_);
     }
@@ -172,8 +185,9 @@ public:
 private:
     void Damaged(std::size_t offset, const std::string& what)
     {
-        if (!store_.damage)
+        if (!store_.damage) {
             store_.damage = "at byte " + std::to_string(offset) + " " + what;
+        }
     }
 
     std::vector<Found> Scan()
@@ -184,8 +198,9 @@ private:
             taken = header_.chunkCount;
         }
         std::vector<Found> found;
-        for (std::uint32_t chunk = 0; chunk < taken;)
+        for (std::uint32_t chunk = 0; chunk < taken;) {
             chunk += ScanRun(chunk, taken - chunk, found);
+        }
         return found;
     }
 
@@ -193,11 +208,13 @@ private:
     std::uint32_t ScanRun(std::uint32_t chunk, std::uint32_t chunksLeft, std::vector<Found>& found)
     {
         const std::size_t start = HeaderBlock + std::size_t{chunk} * ChunkSize;
-        if (start + sizeof(ChunkHeader) > file_.size())
+        if (start + sizeof(ChunkHeader) > file_.size()) {
             return chunksLeft;
+        }
         const std::uint32_t mark = Published(file_, start);
-        if (mark == 0)
+        if (mark == 0) {
             return 1; // taken by a thread that has not come to write yet, or never will
+        }
         const auto header = Taker(file_.subspan(start)).Take<ChunkHeader>();
         if (mark != ChunkMark || header.span == 0 || header.span > chunksLeft) {
             Damaged(start, "a chunk has no valid header");
@@ -207,8 +224,9 @@ private:
             std::min(start + std::size_t{header.span} * ChunkSize, file_.size());
         for (std::size_t at = start + sizeof header; at + sizeof(RecordHeader) <= end;) {
             const std::uint32_t length = Published(file_, at);
-            if (length == 0)
+            if (length == 0) {
                 break;
+            }
             const auto record = Taker(file_.subspan(at)).Take<RecordHeader>();
             const bool first = at == start + sizeof header;
             if (length < sizeof record || length > end - at ||
@@ -228,8 +246,9 @@ private:
         try {
             auto location = std::make_unique<const Location>(TakeLocation(Taker(found.payload)));
             const std::uint32_t id = location->id;
-            if (!store_.locations.emplace(id, std::move(location)).second)
+            if (!store_.locations.emplace(id, std::move(location)).second) {
                 Damaged(found.offset, "a location has the identifier of another one");
+            }
         } catch (const std::runtime_error&) {
             Damaged(found.offset, "a location is malformed");
         }
@@ -238,6 +257,10 @@ private:
     void AddRecord(const Found& found)
     {
         const auto location = store_.locations.find(found.header.location);
+        if (location == store_.locations.end() && store_.dropped > 0) {
+            ++store_.dropped; // its location found no room: what cannot be read is lost as well
+            return;
+        }
         if (location == store_.locations.end()) {
             Damaged(found.offset, "a record has a location that is not in the store");
             return;
@@ -273,15 +296,17 @@ Value TakeTextArgument(Taker& taker)
         group = taker.Take<unsigned char>();
         length |= (group & 0x7Fu) << shift;
     }
-    if (length == nullOrLength && taker.Left() < nullOrLength)
+    if (length == nullOrLength && taker.Left() < nullOrLength) {
         return nullptr;
+    }
     return taker.TakeText(length);
 }
 
 Value TakeNumber(Taker& taker, const ArgumentType& type)
 {
-    if (type.size > sizeof(std::uint32_t))
+    if (type.size > sizeof(std::uint32_t)) {
         Taker::Mismatch();
+    }
     std::uint32_t bits = 0;
     std::ranges::copy(taker.Take(type.size), reinterpret_cast<unsigned char*>(&bits));
     const bool isSigned = type.typeName == "int" || type.typeName.starts_with("enum_");
@@ -292,27 +317,25 @@ std::string RenderNumber(std::string_view conversion, std::int64_t number)
 {
     const auto bits = static_cast<std::uint32_t>(number);
     const char letter = conversion.back();
-    if (letter == 'p' && bits == 0)
+    if (letter == 'p' && bits == 0) {
         return "(nil)";
+    }
     const bool isHex = letter == 'x' || letter == 'p';
     char digits[16];
     const auto end =
         letter == 'd'
             ? std::to_chars(std::begin(digits), std::end(digits), static_cast<std::int32_t>(bits))
             : std::to_chars(std::begin(digits), std::end(digits), bits, isHex ? 16 : 10);
-    std::string text(digits, end.ptr);
-    if (letter == 'p')
-        return "0x" + text;
-    if (conversion == "%02x" && text.size() < 2)
-        text.insert(0, "0");
-    return text;
+    std::string text = letter == 'p' ? "0x" : conversion == "%02x" && bits < 16 ? "0" : "";
+    return text.append(digits, end.ptr);
 }
 
 /** Renders one argument by a conversion of printf that the log points use. */
 std::string Render(std::string_view conversion, const Value& value)
 {
-    if (const auto* number = std::get_if<std::int64_t>(&value))
+    if (const auto* number = std::get_if<std::int64_t>(&value)) {
         return RenderNumber(conversion, *number);
+    }
     const auto* text = std::get_if<std::string>(&value);
     return text ? *text : "(null)";
 }
@@ -334,9 +357,10 @@ std::vector<Value> Arguments(const Record& record)
 {
     Taker taker(record.payload);
     std::vector<Value> values;
-    for (const ArgumentType& type : record.location->arguments)
+    for (const ArgumentType& type : record.location->arguments) {
         values.push_back(type.size == VariableSize ? TakeTextArgument(taker)
                                                    : TakeNumber(taker, type));
+    }
     taker.ExpectEnd();
     return values;
 }
@@ -353,12 +377,13 @@ std::string Message(const Record& record)
         format.remove_prefix(plain.size());
         const std::size_t end = format.find_first_of("%dpsux", 1);
         const std::string_view conversion = format.substr(0, end == format.npos ? end : end + 1);
-        if (conversion == "%%")
+        if (conversion == "%%") {
             text += '%';
-        else if (value == values.end() || end == format.npos)
+        } else if (value == values.end() || end == format.npos) {
             text += conversion;
-        else
+        } else {
             text += Render(conversion, *value++);
+        }
         format.remove_prefix(conversion.size());
     }
     return text;

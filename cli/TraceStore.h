@@ -17,7 +17,8 @@
 #include <variant>
 #include <vector>
 
-namespace trace {
+namespace trace
+{
 
 struct ArgumentType
 {

@@ -123,7 +123,7 @@ struct Request
     bool Takes(const Record& record, Step step)
     {
         const bool repeats = step == Step::waiting || step == Step::line;
-        if (last >= Step::gaveUp || step < last || (step == last && !repeats)) {
+        if (step < last || (step == last && !repeats)) {
             // The line belongs to a request whose announcement is not in the trace.
             last = Step::over;
             return false;

@@ -61,11 +61,13 @@ bool Write(std::uint32_t location, const std::string& payload, bool commit = tru
     lumo::TCThreadHandle* handle = storage.ThreadHandle();
     unsigned char* place =
         storage.PrepareCallBuffer(handle, static_cast<unsigned>(payload.size()), 1, location);
-    if (!place)
+    if (!place) {
         return false;
+    }
     std::ranges::copy(payload, place);
-    if (commit)
+    if (commit) {
         storage.Commit(handle);
+    }
     return true;
 }
 
@@ -77,8 +79,9 @@ std::string Int(int value)
 void InThreads(void (*body)(int))
 {
     std::vector<std::jthread> threads;
-    for (int i = 0; i < Threads; ++i)
+    for (int i = 0; i < Threads; ++i) {
         threads.emplace_back(body, i);
+    }
 }
 
 std::string LongLine(int thread, int line)
@@ -129,15 +132,17 @@ void WriteAcrossAFork()
     const pid_t child = fork();
     Write(location, Int(child == 0 ? 2 : 3));
     Write(NewLocation("last", {}), "");
-    if (child != 0)
+    if (child != 0) {
         waitpid(child, nullptr, 0);
+    }
 }
 
 void WriteMany(int thread)
 {
     const std::uint32_t location = NewLocation("%d: %d", {"int", "int"});
-    for (int i = 0; i < RecordsEach; ++i)
+    for (int i = 0; i < RecordsEach; ++i) {
         Write(location, Int(thread) + Int(i));
+    }
 }
 
 void WriteBeyondTheLimit()
@@ -146,18 +151,29 @@ void WriteBeyondTheLimit()
     NewLocation("no room", {});
 }
 
+/** The chunk has room left for a record, but no longer for the location that it needs. */
+void WriteWithoutItsLocation()
+{
+    const std::uint32_t location = NewLocation("text", {"char*"});
+    while (Write(location, char(100) + std::string(100, 'x'))) {
+    }
+    Write(NewLocation(std::string(200, 'x').c_str(), {}), "");
+}
+
 void LogMany(int thread)
 {
-    for (int i = 0; i < LinesEach; ++i)
+    for (int i = 0; i < LinesEach; ++i) {
         __dlog_print(0, DLOG_INFO, "ZAV_API", "%s\n", LongLine(thread, i).c_str());
+    }
 }
 
 void LogOneLine()
 {
     errno = EBUSY;
     __dlog_print(0, DLOG_ERROR, "ZAV_API", "a\tb\nc%d\n", 1);
-    if (errno != EBUSY)
+    if (errno != EBUSY) {
         std::abort();
+    }
 }
 
 const std::map<std::string, void (*)()> scenes = {{"sample", WriteSample},
@@ -166,6 +182,7 @@ const std::map<std::string, void (*)()> scenes = {{"sample", WriteSample},
                                                   {"mismatch", WriteMismatch},
                                                   {"fork", WriteAcrossAFork},
                                                   {"full", WriteBeyondTheLimit},
+                                                  {"lost", WriteWithoutItsLocation},
                                                   {"line", LogOneLine},
                                                   {"threads", [] { InThreads(WriteMany); }},
                                                   {"log", [] { InThreads(LogMany); }}};
@@ -181,8 +198,9 @@ std::string Content(const std::string& path)
 std::vector<std::string> Messages(const trace::Store& store)
 {
     std::vector<std::string> messages;
-    for (const trace::Record& record : store.records)
+    for (const trace::Record& record : store.records) {
         messages.push_back(Message(record));
+    }
     return messages;
 }
 
@@ -201,8 +219,9 @@ protected:
     {
         const pid_t child = fork();
         if (child == 0) {
-            for (const auto& [name, value] : environment)
+            for (const auto& [name, value] : environment) {
                 setenv(name.c_str(), value.c_str(), 1);
+            }
             dup2(open(Path("errors").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
             execl("/proc/self/exe", "scene", scene, nullptr);
             _exit(127);
@@ -295,6 +314,10 @@ TEST_F(StandIns, CountWhatFindsNoRoom)
     EXPECT_EQ(store.records.size() + store.dropped, RecordsEach + 1u);
     EXPECT_EQ(store.locations.size(), 1u);
     EXPECT_EQ(std::filesystem::file_size(Path("trace")), 20u << 10);
+
+    const trace::Store lost = Trace("lost", "20K");
+    EXPECT_EQ(lost.dropped, 3u); // one text, a location, and the record that needs it
+    EXPECT_EQ(lost.damage, std::nullopt);
 }
 
 TEST_F(StandIns, KeepTheRecordsOfAForkApart)
@@ -302,8 +325,9 @@ TEST_F(StandIns, KeepTheRecordsOfAForkApart)
     const trace::Store store = Trace("fork");
     EXPECT_EQ(store.damage, std::nullopt);
     std::multiset<std::string> found;
-    for (const trace::Record& record : store.records)
+    for (const trace::Record& record : store.records) {
         found.insert((record.thread == store.process ? "parent: " : "child: ") + Message(record));
+    }
     EXPECT_EQ(found, (std::multiset<std::string>{"parent: 1", "parent: 3", "parent: last",
                                                  "child: 2", "child: last"}));
 }
@@ -317,8 +341,9 @@ TEST_F(StandIns, TraceNothingWithoutAFile)
 
     EXPECT_EQ(Finish(Start("sample", {{"LUMO_TRACE", folder}})), 0);
     EXPECT_NE(Errors().find("cannot make LUMO_TRACE=" + folder), std::string::npos);
-    for (const char* limit : {"19K", "4097M", "12Q", "-1", "99999999999"})
+    for (const char* limit : {"19K", "4097M", "12Q", "-1", "99999999999"}) {
         EXPECT_THROW(Trace("sample", limit), std::runtime_error) << limit;
+    }
 }
 
 class DamagedStore : public StandIns
@@ -389,10 +414,13 @@ TEST_F(DamagedStore, YieldsNoRecordThatWasNotWritten)
 TEST_F(DamagedStore, IsToldByTheHeaderOfARun)
 {
     constexpr std::size_t markAndSpan = 8;
-    for (const std::size_t run : {firstChunk, secondRun})
-        for (std::size_t at = run; at < run + markAndSpan; ++at)
-            for (int flip = 1; flip < 256; flip += 7)
+    for (const std::size_t run : {firstChunk, secondRun}) {
+        for (std::size_t at = run; at < run + markAndSpan; ++at) {
+            for (int flip = 1; flip < 256; flip += 7) {
                 ASSERT_TRUE(ParseFlipped(at, flip).damage.has_value()) << at << " " << flip;
+            }
+        }
+    }
 }
 
 TEST_F(DamagedStore, IsToldFromAFileThatIsNone)
@@ -406,8 +434,9 @@ TEST_F(DamagedStore, IsToldFromAFileThatIsNone)
 TEST(Demangler, GivesTheTextsThatLocationsCarry)
 {
     std::string texts;
-    for (const char* name : {"i", "j", "b", "h", "v", "Pc", "11AudioEffect", "9Short"})
+    for (const char* name : {"i", "j", "b", "h", "v", "Pc", "11AudioEffect", "9Short"}) {
         texts += lumo::TSDemangler::Demangle(name) + "; ";
+    }
     EXPECT_EQ(texts, "int; unsigned int; bool; unsigned char; void; char*; AudioEffect; 9Short; ");
     EXPECT_EQ(lumo::TSDemangler::Demangle(nullptr), "");
 }
@@ -421,11 +450,13 @@ TEST_F(StandIns, NeverMixLinesOfThreadsAndProcesses)
     EXPECT_EQ(Finish(second), 0);
     std::multiset<std::string> lines;
     std::ifstream log(Path("log"));
-    for (std::string line; std::getline(log, line);)
+    for (std::string line; std::getline(log, line);) {
         lines.insert(line.substr(line.find("ZAV_API: ") + 9));
+    }
     EXPECT_EQ(lines.size(), 2u * Threads * LinesEach);
-    for (int i = 0; i < Threads * LinesEach; ++i)
+    for (int i = 0; i < Threads * LinesEach; ++i) {
         ASSERT_EQ(lines.count(LongLine(i % Threads, i / Threads)), 2u);
+    }
 }
 
 TEST_F(StandIns, WriteOneLineForACallWhereTheEnvironmentSays)

@@ -17,21 +17,25 @@
 #include <string_view>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 constexpr int Nowhere = -1;
 
 int OpenOutput()
 {
     const char* target = std::getenv("ZAV_LOG");
-    if (!target || !*target)
+    if (!target || !*target) {
         return STDERR_FILENO;
-    if (std::string_view(target) == "off")
+    }
+    if (std::string_view(target) == "off") {
         return Nowhere;
+    }
     // O_APPEND lets several processes share the file without overwriting each other.
     const int file = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (file >= 0)
+    if (file >= 0) {
         return file;
+    }
     std::fprintf(stderr, "platform-log: cannot open ZAV_LOG=%s: %s; logging to standard error\n",
                  target, std::strerror(errno));
     return STDERR_FILENO;
@@ -63,10 +67,12 @@ std::string Prefix(int priority, const char* tag)
 /** One call is one line: no line break inside the message, none doubled at its end. */
 void AppendMessage(std::string& line, std::string_view message)
 {
-    while (message.ends_with('\n'))
+    while (message.ends_with('\n')) {
         message.remove_suffix(1);
-    for (char c : message)
+    }
+    for (char c : message) {
         line += c == '\n' || c == '\r' ? ' ' : c;
+    }
     line += '\n';
 }
 
@@ -76,10 +82,11 @@ int Write(int file, std::string_view line)
     const auto size = static_cast<int>(line.size());
     while (!line.empty()) {
         const ssize_t written = write(file, line.data(), line.size());
-        if (written >= 0)
+        if (written >= 0) {
             line.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
+        } else if (errno != EINTR) {
             return -1;
+        }
     }
     return size;
 }
@@ -91,8 +98,9 @@ int __dlog_print(int, int priority, const char* tag, const char* format, ...)
     const int callersErrno = errno;
     const int output = Output();
     errno = callersErrno; // the platform's printf has a "%m"
-    if (output == Nowhere)
+    if (output == Nowhere) {
         return 0;
+    }
 
     char* message = nullptr;
     std::va_list arguments;

@@ -36,7 +36,8 @@ struct lumo::TCThreadHandle
     std::uint32_t thread;   ///< its number; 0 until it has taken a chunk
 };
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t DefaultLimit = 16u << 20;
 
@@ -62,14 +63,16 @@ std::optional<std::uint32_t> ParseLimit(std::string_view text)
     const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     std::uint64_t limit = number;
     const std::string_view unit = text.substr(static_cast<std::size_t>(rest - text.data()));
-    if (unit == "K")
+    if (unit == "K") {
         limit <<= 10;
-    else if (unit == "M")
+    } else if (unit == "M") {
         limit <<= 20;
-    else if (!unit.empty())
+    } else if (!unit.empty()) {
         return std::nullopt;
-    if (error != std::errc() || limit < SmallestStore || limit > LargestStore)
+    }
+    if (error != std::errc() || limit < SmallestStore || limit > LargestStore) {
         return std::nullopt;
+    }
     return static_cast<std::uint32_t>(limit);
 }
 
@@ -79,19 +82,23 @@ void* MapNewFile(const char* path, std::uint32_t size)
     // A file of an earlier run is replaced, not rewritten: another process may still have it
     // mapped. Anything but a plain file is left alone, and O_EXCL then fails.
     struct stat existing;
-    if (lstat(path, &existing) == 0 && S_ISREG(existing.st_mode))
+    if (lstat(path, &existing) == 0 && S_ISREG(existing.st_mode)) {
         unlink(path);
+    }
     const int file = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0)
+    if (file < 0) {
         return MAP_FAILED;
+    }
     void* memory = MAP_FAILED;
     errno = posix_fallocate(file, 0, static_cast<off_t>(size));
-    if (errno == 0)
+    if (errno == 0) {
         memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    }
     const int error = errno;
     close(file);
-    if (memory == MAP_FAILED)
+    if (memory == MAP_FAILED) {
         unlink(path);
+    }
     errno = error;
     return memory;
 }
@@ -99,8 +106,9 @@ void* MapNewFile(const char* path, std::uint32_t size)
 __attribute__((constructor)) void OpenStore()
 {
     const char* path = secure_getenv("LUMO_TRACE");
-    if (!path || !*path)
+    if (!path || !*path) {
         return;
+    }
     const char* limitText = secure_getenv("LUMO_TRACE_LIMIT");
     const auto limit = limitText ? ParseLimit(limitText) : DefaultLimit;
     if (!limit) {
@@ -141,8 +149,9 @@ bool TakeChunks(lumo::TCThreadHandle& handle, std::uint64_t length)
         }
     } while (!nextChunk.compare_exchange_weak(first, first + static_cast<std::uint32_t>(span),
                                               std::memory_order_relaxed));
-    if (handle.thread == 0)
+    if (handle.thread == 0) {
         handle.thread = static_cast<std::uint32_t>(gettid());
+    }
 
     unsigned char* run = reinterpret_cast<unsigned char*>(store) + HeaderBlock +
                          static_cast<std::size_t>(first) * ChunkSize;
@@ -160,8 +169,9 @@ unsigned char* Prepare(lumo::TCThreadHandle& handle, std::size_t payloadSize,
 {
     const std::uint64_t length = sizeof(RecordHeader) + std::uint64_t{payloadSize};
     if (Padded(length) > static_cast<std::uint64_t>(handle.end - handle.next) &&
-        !TakeChunks(handle, length))
+        !TakeChunks(handle, length)) {
         return nullptr;
+    }
     auto* record = reinterpret_cast<RecordHeader*>(handle.next);
     record->location = location;
     record->time = Nanoseconds(CLOCK_MONOTONIC);
@@ -174,8 +184,9 @@ void Publish(lumo::TCThreadHandle& handle)
     auto* record = reinterpret_cast<RecordHeader*>(handle.next);
     handle.next += Padded(handle.prepared);
     // A record that was prepared here and given up may have left bytes where the next one begins.
-    if (handle.next < handle.end)
+    if (handle.next < handle.end) {
         reinterpret_cast<RecordHeader*>(handle.next)->length = 0;
+    }
     std::atomic_ref(record->length).store(handle.prepared, std::memory_order_release);
 }
 
@@ -193,7 +204,8 @@ void AppendText(std::string& entry, const std::string& text)
 
 } // namespace
 
-namespace lumo {
+namespace lumo
+{
 
 void TCStorage::SaveLocation(const TCCallLocation& location)
 {

@@ -22,7 +22,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace lumo::format {
+namespace lumo::format
+{
 
 static_assert(std::endian::native == std::endian::little, "integers are stored as they are");
 

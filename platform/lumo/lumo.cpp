@@ -5,14 +5,16 @@
 #include <cxxabi.h>
 #include <memory>
 
-namespace lumo {
+namespace lumo
+{
 
 TCCallLocation::TCCallLocation() : line(0), id(0), reserved(0) {}
 
 std::string TSDemangler::Demangle(const char* name)
 {
-    if (!name)
+    if (!name) {
         return {};
+    }
     const std::unique_ptr<char, decltype(&std::free)> text(
         abi::__cxa_demangle(name, nullptr, nullptr, nullptr), &std::free);
     return text ? text.get() : name;
