@@ -26,8 +26,9 @@ void Export(GDBusConnection* connection, const char* path, const GDBusInterfaceI
 
 Simulator::OpenCall::~OpenCall()
 {
-    if (timer != 0)
+    if (timer != 0) {
         g_source_remove(timer);
+    }
     g_object_unref(invocation);
 }
 
@@ -60,8 +61,9 @@ void Simulator::Apply(const Control& control)
     switch (control.kind) {
     case Control::Kind::Delay: {
         Fault& fault = faults[control.name];
-        if (fault.instead && fault.instead->kind == Control::Kind::Hang)
+        if (fault.instead && fault.instead->kind == Control::Kind::Hang) {
             fault.instead.reset();
+        }
         fault.delay = control.milliseconds;
         break;
     }
@@ -94,11 +96,11 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
     OpenCall& call = open.emplace_back(*this, invocation, faults[method]);
     peak = std::max(peak, open.size());
 
-    if (call.fault.instead && call.fault.instead->kind == Control::Kind::Hang)
+    if (call.fault.instead && call.fault.instead->kind == Control::Kind::Hang) {
         Tell(method + " " + Print(args) + " -> hang");
-    else if (call.fault.delay == 0)
+    } else if (call.fault.delay == 0) {
         Answer(call);
-    else
+    } else {
         call.timer = g_timeout_add(
             call.fault.delay,
             [](gpointer data) -> gboolean {
@@ -107,6 +109,7 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
                 return G_SOURCE_REMOVE;
             },
             &call);
+    }
 }
 
 /** Carries the call out, or what is set in its place, and forgets it. */
@@ -131,18 +134,21 @@ void Simulator::Answer(OpenCall& call)
         g_dbus_message_set_body(answer, body.get());
         line += Print(body.get());
     }
-    if (call.fault.delay != 0)
+    if (call.fault.delay != 0) {
         line += " after " + std::to_string(call.fault.delay) + " ms";
+    }
 
     // Signals go first: a caller that has its reply can rely on having them as well.
-    for (const Signal& signal : std::exchange(service.signals, {}))
+    for (const Signal& signal : std::exchange(service.signals, {})) {
         Emit(signal.name, signal.body.get());
+    }
 
-    if (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)
+    if (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) {
         line += " (not sent: no reply asked for)";
-    else
+    } else {
         g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        nullptr);
+    }
     Tell(line);
     open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
@@ -171,10 +177,12 @@ void Simulator::Reset()
 /** Carries out a method of the control interface and returns its reply. */
 GVariant* Simulator::Obey(std::string_view method, GVariant* args)
 {
-    if (method == "Calls")
+    if (method == "Calls") {
         return CallList();
-    if (method == "PeakOpenCalls")
+    }
+    if (method == "PeakOpenCalls") {
         return g_variant_new("(u)", static_cast<guint>(peak));
+    }
     if (method == "ClearCalls") {
         calls.clear();
         peak = open.size();
@@ -193,14 +201,15 @@ GVariant* Simulator::Obey(std::string_view method, GVariant* args)
     }
 
     const Variant argument = Hold(g_variant_get_child_value(args, 1));
-    if (method == "SetDelay")
+    if (method == "SetDelay") {
         Apply(Control::Delay(name, g_variant_get_uint32(argument.get())));
-    else if (method == "SetFailure")
+    } else if (method == "SetFailure") {
         Apply(Control::Fail(name, g_variant_get_string(argument.get(), nullptr)));
-    else if (method == "SetReply")
+    } else if (method == "SetReply") {
         Apply(Control::Reply(name, Hold(g_variant_get_variant(argument.get()))));
-    else
+    } else {
         Apply(Control::Emit(name, Hold(g_variant_get_variant(argument.get()))));
+    }
     return nullptr;
 }
 
@@ -220,6 +229,7 @@ GVariant* Simulator::CallList() const
 
 void Simulator::Tell(const std::string& line) const
 {
-    if (!quiet)
+    if (!quiet) {
         std::cout << line << std::endl;
+    }
 }

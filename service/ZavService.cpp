@@ -15,7 +15,7 @@ struct Range
 {
     int lowest;
     int highest;
-    bool Holds(int value) const { return value >= lowest && value <= highest; }
+    [[nodiscard]] bool Holds(int value) const { return value >= lowest && value <= highest; }
 };
 
 constexpr Range modes = {0, 16};
@@ -63,8 +63,9 @@ int FirstInt(GVariant* args)
 
 bool Put(int& field, int value, Range range)
 {
-    if (!range.Holds(value))
+    if (!range.Holds(value)) {
         return false;
+    }
     field = value;
     return true;
 }
@@ -100,8 +101,9 @@ GVariant* SetEqualizerLevel(ZavService& service, GVariant* args)
     g_variant_get_child(args, 1, "i", &count);
     const auto levels = FirstArray<gint32>(args);
     if (levels.size() <= maxBands && count == static_cast<int>(levels.size()) &&
-        std::ranges::all_of(levels, [](int level) { return equalizerLevels.Holds(level); }))
+        std::ranges::all_of(levels, [](int level) { return equalizerLevels.Holds(level); })) {
         service.equalizer.assign(levels.begin(), levels.end());
+    }
     return g_variant_new("()");
 }
 
@@ -113,8 +115,9 @@ GVariant* InitSpeakerManager(ZavService& service, GVariant* args)
                   &service.wooferModeAvailable, &service.equalizerAvailable, nullptr,
                   &service.featureSupport, &service.wooferState, &service.modeMask);
     Put(service.wooferLevel, wooferLevel, wooferLevels);
-    if (mode >= firstManagerMode)
+    if (mode >= firstManagerMode) {
         Put(service.mode, mode - firstManagerMode, modes);
+    }
     Emit(service, service.soundBarConnected ? "InvokeSignalHandler" : "DisconnectSignalHandler",
          g_variant_new("()"));
     return g_variant_new("()");
@@ -155,10 +158,11 @@ GVariant* SendTunnelData(ZavService& service, GVariant* args)
     int id = 0;
     g_variant_get_child(args, 2, "i", &id);
     const auto data = FirstArray<guint8>(args);
-    if (data.size() == 1 && data[0] == statusRequest)
+    if (data.size() == 1 && data[0] == statusRequest) {
         EmitTunnelData(service, status, id);
-    else if (data.size() <= maxPayload)
+    } else if (data.size() <= maxPayload) {
         EmitTunnelData(service, data, id);
+    }
     return g_variant_new("(b)", TRUE);
 }
 
@@ -166,9 +170,10 @@ GVariant* ReceiveSpdifData(ZavService& service, GVariant* args)
 {
     const auto data = FirstArray<guint8>(args);
     const bool accepted = data.size() <= maxPayload;
-    if (accepted)
+    if (accepted) {
         Emit(service, "sendDataViaSpdif",
              g_variant_new("(@ayi)", NewBytes(data), static_cast<int>(data.size())));
+    }
     return g_variant_new("(b)", accepted);
 }
 
@@ -211,8 +216,9 @@ Variant ZavService::Answer(const std::string& method, GVariant* args)
     Variant reply = Hold(handlers.at(method)(*this, args));
 
     // A change is announced in one place, whichever method brought it.
-    if (mode != modeBefore)
+    if (mode != modeBefore) {
         Emit(*this, "SetCbSoundModeChange", g_variant_new("(i)", mode));
+    }
     if (wooferLevel != wooferLevelBefore) {
         std::array<guint8, sizeof wooferLevel> level{};
         std::memcpy(level.data(), &wooferLevel, level.size());

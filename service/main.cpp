@@ -56,8 +56,9 @@ std::vector<Step> ReadScenarioFile(const std::string& path)
 try {
     std::ifstream file(path);
     auto steps = ReadScenario(file);
-    if (!file.eof())
+    if (!file.eof()) {
         throw std::invalid_argument(" cannot be read");
+    }
     return steps;
 } catch (const std::invalid_argument& fault) {
     throw std::invalid_argument(path + ":" + fault.what());
@@ -103,12 +104,14 @@ void OwnName(GDBusConnection* connection)
         connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
         "RequestName", g_variant_new("(su)", busName, doNotQueue), G_VARIANT_TYPE("(u)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-    if (!answer)
+    if (!answer) {
         throw std::runtime_error(std::string("cannot own ") + busName + ": " + error->message);
+    }
     guint result = 0;
     g_variant_get(answer, "(u)", &result);
-    if (result != primaryOwner)
+    if (result != primaryOwner) {
         throw std::runtime_error(std::string(busName) + " has another owner on this bus");
+    }
 }
 
 /** A control of the scenario that waits for its time. */
@@ -135,8 +138,9 @@ void Run(const Options& options)
 {
     g_autoptr(GError) error = nullptr;
     g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-    if (!connection)
+    if (!connection) {
         throw std::runtime_error(std::string("no bus: ") + error->message);
+    }
     g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
     // Left to itself, GIO ends a process that loses the bus by SIGTERM, and so without a message.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
@@ -145,17 +149,20 @@ void Run(const Options& options)
     g_unix_signal_add(SIGTERM, EndLoop, loop);
 
     Simulator simulator(connection, options.quiet, loop);
-    for (const Control& fault : options.faults)
+    for (const Control& fault : options.faults) {
         simulator.Apply(fault);
+    }
     OwnName(connection);
     std::list<DueControl> due;
-    for (const Step& step : options.steps)
+    for (const Step& step : options.steps) {
         g_timeout_add(step.at, ApplyDue, &due.emplace_back(DueControl{simulator, step.control}));
+    }
 
     std::cout << "zav-sim: ready" << std::endl;
     g_main_loop_run(loop);
-    if (!g_dbus_connection_flush_sync(connection, nullptr, nullptr))
+    if (!g_dbus_connection_flush_sync(connection, nullptr, nullptr)) {
         throw std::runtime_error("the bus has gone");
+    }
 }
 
 } // namespace

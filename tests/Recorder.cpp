@@ -11,7 +11,10 @@
 
 #ifdef __SANITIZE_ADDRESS__
 /** That the program defines what a shared library defines too is the point of this file. */
-extern "C" const char* __asan_default_options() { return "detect_odr_violation=0"; }
+extern "C" const char* __asan_default_options()
+{
+    return "detect_odr_violation=0";
+}
 #endif
 
 namespace

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <thread>
@@ -285,6 +286,18 @@ TEST_F(Bus, DeliversEverySignalAlsoAfterTheServiceWasRestarted)
     EXPECT_EQ(0, Api::SetMode(AUDIO_EFFECT_NIGHT));
     IterateUntil(heardSomething);
     EXPECT_EQ(Lines{"mode 5"}, std::exchange(heard, {}));
+}
+
+TEST_F(Bus, EndsTheProcessWhenItGoesAwayAsGLibDoesUnlessToldOtherwise)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // GIO's thread does not survive a fork
+    EXPECT_EXIT(
+        {
+            Api::InitDbusConnection();
+            bus.Stop();
+            IterateUntil([] { return false; });
+        },
+        testing::KilledBySignal(SIGTERM), "");
 }
 
 TEST_F(Bus, DeliversSignalsOnTheContextOfTheThreadThatConnected)
