@@ -134,6 +134,7 @@ void Deliver()
 Variant CallBus(const char* service, const char* path, const char* interface, const char* method,
                 GVariant* arguments, int milliseconds)
 {
+    g_autoptr(GVariant) held = arguments == nullptr ? nullptr : g_variant_ref_sink(arguments);
     g_autoptr(GError) error = nullptr;
     GVariant* reply =
         g_dbus_connection_call_sync(Bus(), service, path, interface, method, arguments, nullptr,

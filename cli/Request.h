@@ -45,8 +45,7 @@ void Connect();
  */
 std::optional<int> Request(const std::function<void()>& call);
 
-/** For requests whose reply nobody waits for: delivers them, and @throws Failure if nobody is there
- */
+/** After a request whose reply nobody waits for: delivers it. @throws Failure if to nobody */
 void Deliver();
 
 /**

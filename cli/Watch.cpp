@@ -188,6 +188,7 @@ int Monitor(const Options& options)
     }
     while (!monitor.ended && !late) {
         Iterate();
+        logged.clear(); // this may go on for long
     }
     if (options.count > 0 && monitor.count > 0 && late) {
         throw Failure(Cause::noAnswer, "fewer events came in time than were asked for");
