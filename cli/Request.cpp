@@ -19,7 +19,7 @@ bool showLog = false;
 namespace
 {
 
-constexpr gint64 kCallTimeout = 5 * G_USEC_PER_SEC; // the library's, for one call
+constexpr gint64 kCallTimeout = gint64{5} * G_USEC_PER_SEC; // the library's, for one call
 
 Cause CauseOf(const GError* error, Cause otherwise)
 {
@@ -137,7 +137,7 @@ Variant CallBus(const char* service, const char* path, const char* interface, co
     g_autoptr(GVariant) held = arguments == nullptr ? nullptr : g_variant_ref_sink(arguments);
     g_autoptr(GError) error = nullptr;
     GVariant* reply =
-        g_dbus_connection_call_sync(Bus(), service, path, interface, method, arguments, nullptr,
+        g_dbus_connection_call_sync(Bus(), service, path, interface, method, held, nullptr,
                                     G_DBUS_CALL_FLAGS_NO_AUTO_START, milliseconds, nullptr, &error);
     if (reply == nullptr) {
         throw FailureOf(error, Cause::refused);

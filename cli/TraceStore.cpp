@@ -294,7 +294,7 @@ Value TakeTextArgument(Taker& taker)
     unsigned char group = 0x80;
     for (unsigned shift = 0; group & 0x80 && shift < 28; shift += 7) {
         group = taker.Take<unsigned char>();
-        length |= (group & 0x7Fu) << shift;
+        length |= (group & 0x7FU) << shift;
     }
     if (length == nullOrLength && taker.Left() < nullOrLength) {
         return nullptr;
@@ -376,10 +376,11 @@ std::string Message(const Record& record)
         text += plain;
         format.remove_prefix(plain.size());
         const std::size_t end = format.find_first_of("%dpsux", 1);
-        const std::string_view conversion = format.substr(0, end == format.npos ? end : end + 1);
+        const std::string_view conversion =
+            format.substr(0, end == std::string_view::npos ? end : end + 1);
         if (conversion == "%%") {
             text += '%';
-        } else if (value == values.end() || end == format.npos) {
+        } else if (value == values.end() || end == std::string_view::npos) {
             text += conversion;
         } else {
             text += Render(conversion, *value++);

@@ -260,6 +260,7 @@ int Main(int argc, char** argv)
 
 } // namespace cli
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what is no Failure is a fault of the program
 int main(int argc, char** argv)
 try {
     return cli::Main(argc, argv);

@@ -790,6 +790,7 @@ int ZAVServiceAPI::InitSpeakerManager(SpeakerManagerState* state)
     if (!turn) {
         return -1;
     }
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): see above
     Send<Here>(g_variant_new("(ii@aiibbiiii)", state->AudioEffect, state->SubWooferLevel,
                              Integers(state->ValueArray, 7), state->ConnectionStatus,
                              Widened(state->SubWooferAvailable), Widened(state->EqualizerAvailable),

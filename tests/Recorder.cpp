@@ -157,7 +157,7 @@ TCLogger::~TCLogger()
     pending = {};
 }
 
-TCCallLocation::TCCallLocation() : line(0), id(0), reserved(0) {}
+TCCallLocation::TCCallLocation() = default;
 
 void TCStorage::SaveLocation(const TCCallLocation& location)
 {

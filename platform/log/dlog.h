@@ -26,6 +26,7 @@ enum
  * @param format   as for printf, followed by its arguments
  * @return the number of bytes written, negative on failure
  */
+/* NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the platform's */
 int __dlog_print(int log_id, int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 

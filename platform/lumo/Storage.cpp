@@ -39,7 +39,7 @@ struct lumo::TCThreadHandle
 namespace
 {
 
-constexpr std::uint32_t DefaultLimit = 16u << 20;
+constexpr std::uint32_t DefaultLimit = 16U << 20;
 
 // Without a file this header stands in for a store that is full from the start, so that nothing
 // else has to ask whether there is one.
@@ -223,7 +223,7 @@ void TCStorage::SaveLocation(const TCCallLocation& location)
         AppendText(entry, location.argTypeNames[i]);
     }
     if (unsigned char* place = Prepare(ownHandle, entry.size(), 0)) {
-        std::memcpy(place, entry.data(), entry.size());
+        entry.copy(reinterpret_cast<char*>(place), entry.size());
         Publish(ownHandle);
     }
 }

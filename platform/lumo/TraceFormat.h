@@ -32,7 +32,7 @@ inline constexpr std::uint32_t ChunkMark = 0x4B'4E'48'43;         ///< the bytes
 inline constexpr std::uint32_t HeaderBlock = 4096;                ///< offset of the first chunk
 inline constexpr std::uint32_t ChunkSize = 16384;
 inline constexpr std::uint32_t SmallestStore = HeaderBlock + ChunkSize;
-inline constexpr std::uint32_t LargestStore = 1u << 30;
+inline constexpr std::uint32_t LargestStore = 1U << 30;
 
 /** The size that describes an argument of variable length, a text. */
 inline constexpr std::uint16_t VariableSize = 0x3FFF;

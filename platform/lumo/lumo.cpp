@@ -8,7 +8,7 @@
 namespace lumo
 {
 
-TCCallLocation::TCCallLocation() : line(0), id(0), reserved(0) {}
+TCCallLocation::TCCallLocation() = default;
 
 std::string TSDemangler::Demangle(const char* name)
 {
@@ -23,6 +23,6 @@ std::string TSDemangler::Demangle(const char* name)
 // The scope of an emission matters to a trace that ships records from within the process. This
 // store lies in a file that outlives the process: nothing is left to do around a record.
 TCLogger::TCLogger(const TSCodeLocation&) {}
-TCLogger::~TCLogger() {}
+TCLogger::~TCLogger() = default;
 
 } // namespace lumo

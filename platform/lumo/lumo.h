@@ -39,14 +39,14 @@ class TCCallLocation
 public:
     TCCallLocation();
 
-    int32_t line;
+    int32_t line = 0;
     std::string file;
-    uint32_t id;
+    uint32_t id = 0;
     std::vector<uint8_t> argKinds;
     std::vector<uint16_t> argSizes;
     std::vector<std::string> argTypeNames;
     std::string message;
-    uint32_t reserved; ///< the trace library's own
+    uint32_t reserved = 0; ///< the trace library's own
     std::string function;
     std::string reservedText; ///< the trace library's own
 };
@@ -87,7 +87,7 @@ class TCLogger
 {
 public:
     explicit TCLogger(const TSCodeLocation& location);
-    ~TCLogger();
+    ~TCLogger(); // NOLINT(performance-trivially-destructible): the platform's is not
     TCLogger(const TCLogger&) = delete;
     TCLogger& operator=(const TCLogger&) = delete;
 };
