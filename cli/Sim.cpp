@@ -22,28 +22,25 @@ int Done(const Options& options)
 }
 
 /**
- * A body in GVariant's text form. D-Bus has no empty tuple inside of another value: in its place
- * goes an empty array.
+ * A name and a body, which is given in GVariant's text form. D-Bus has no empty tuple inside of
+ * another value: in its place goes an empty array.
  */
-GVariant* Parse(const std::string& text)
+GVariant* NameAndBody(const std::string& name, const std::string& text)
 {
     g_autoptr(GError) error = nullptr;
-    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
-    if (value == nullptr) {
+    g_autoptr(GVariant) body = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    if (body == nullptr) {
         throw Failure(Cause::usage, "'" + text + "' is not a value: " + error->message);
     }
-    if (g_variant_is_of_type(value, G_VARIANT_TYPE_UNIT)) {
-        g_variant_unref(value);
-        return g_variant_new("av", nullptr);
-    }
-    return value;
+    const bool empty = g_variant_is_of_type(body, G_VARIANT_TYPE_UNIT) != FALSE;
+    return g_variant_new("(sv)", name.c_str(), empty ? g_variant_new("av", nullptr) : body);
 }
 
 } // namespace
 
 int SimReply(const Options& options)
 {
-    Control("SetReply", g_variant_new("(sv)", options.name.c_str(), Parse(options.value)));
+    Control("SetReply", NameAndBody(options.name, options.value));
     return Done(options);
 }
 
@@ -69,8 +66,7 @@ int SimHang(const Options& options)
 
 int SimEmit(const Options& options)
 {
-    GVariant* body = Parse(options.value.empty() ? "()" : options.value);
-    Control("Emit", g_variant_new("(sv)", options.name.c_str(), body));
+    Control("Emit", NameAndBody(options.name, options.value.empty() ? "()" : options.value));
     return Done(options);
 }
 

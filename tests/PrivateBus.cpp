@@ -124,18 +124,15 @@ std::string Text(GBytes* bytes)
 }
 
 /** D-Bus has no empty tuple inside of another value: in its place goes an empty array. */
-GVariant* Parse(const std::string& text)
+GVariant* NameAndBody(const std::string& name, const std::string& text)
 {
     g_autoptr(GError) error = nullptr;
-    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
-    if (value == nullptr) {
+    g_autoptr(GVariant) body = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    if (body == nullptr) {
         Throw(text, error);
     }
-    if (g_variant_is_of_type(value, G_VARIANT_TYPE_UNIT)) {
-        g_variant_unref(value);
-        return g_variant_new("av", nullptr);
-    }
-    return value;
+    const bool empty = g_variant_is_of_type(body, G_VARIANT_TYPE_UNIT) != FALSE;
+    return g_variant_new("(sv)", name.c_str(), empty ? g_variant_new("av", nullptr) : body);
 }
 
 std::string Configuration(const std::string& rules)
@@ -315,7 +312,7 @@ std::shared_ptr<GVariant> Simulator::Control(const char* method, GVariant* argum
 
 void Simulator::SetReply(const std::string& method, const std::string& body)
 {
-    Control("SetReply", g_variant_new("(sv)", method.c_str(), Parse(body)));
+    Control("SetReply", NameAndBody(method, body));
 }
 
 void Simulator::SetDelay(const std::string& method, unsigned milliseconds)
@@ -335,7 +332,7 @@ void Simulator::Hang(const std::string& method)
 
 void Simulator::Emit(const std::string& signal, const std::string& body)
 {
-    Control("Emit", g_variant_new("(sv)", signal.c_str(), Parse(body)));
+    Control("Emit", NameAndBody(signal, body));
 }
 
 std::vector<Simulator::Call> Simulator::Calls()

@@ -71,8 +71,7 @@ void AskForWooferLevel(int lockFailures, const char* reply)
 void Signal(const std::string& member, const char* parameters)
 {
     const auto found = std::ranges::find(fake::subscriptions, member, &fake::Subscription::member);
-    g_autoptr(GVariant) value =
-        g_variant_ref_sink(g_variant_parse(nullptr, parameters, nullptr, nullptr, nullptr));
+    g_autoptr(GVariant) value = g_variant_parse(nullptr, parameters, nullptr, nullptr, nullptr);
     found->handler(nullptr, "", "", "", member.c_str(), value, nullptr);
 }
 
