@@ -209,13 +209,13 @@ Outcome Exchange(const char* method, const Parameters& parameters, const char* f
     return {Outcome::answered, Receive<Site>(reply, format)};
 }
 
+constexpr auto kNoParameters = []() -> GVariant* { return nullptr; };
+
 template <class Site>
 int Query(const char* format, Failure failure)
 {
     Announce<Site>();
-    return Exchange<Site>(
-               Site::Name(), [] { return nullptr; }, format)
-        .Or(failure);
+    return Exchange<Site>(Site::Name(), kNoParameters, format).Or(failure);
 }
 
 template <class Site, class T>
