@@ -182,7 +182,8 @@ internal static class Tests
         zav.Dispose();
         Sim("hang", "SetEarcToZav");
         Task<int> slow = Task.Run(() => zav.SetEarc(1));
-        Until(() => Received() != "", "the slow request is on the wire");
+        Until(() => Sim("calls") != "", "the slow request is on the wire");
+        Sim("clear");
 
         var threads = new List<Thread>();
         foreach (var request in failing)
