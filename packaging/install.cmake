@@ -1,0 +1,134 @@
+# SPDX-License-Identifier: MIT
+#
+# What is installed, in the components `runtime`, `dev`, `tools` and, on request, `standins`; the
+# Debian packages, one for each component; the reference documentation. Everything that is
+# installed can be moved as a whole afterwards.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# zsh looks for what Debian's packages bring in a folder of its own.
+if(CMAKE_INSTALL_PREFIX STREQUAL /usr AND EXISTS /etc/debian_version)
+    set(zsh_default vendor-completions)
+else()
+    set(zsh_default site-functions)
+endif()
+set(ZAV_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_default}
+    CACHE STRING "where zsh looks for completions")
+
+# Debian's names; the documentation of a component lies under the name of its package.
+set(package_runtime libzavservice-api)
+set(package_dev libzavservice-api-dev)
+set(package_tools zavservice-api-tools)
+set(package_standins libzavservice-api-standins)
+
+# ---- runtime
+
+install(TARGETS zavservice-api LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
+install(FILES packaging/org.kelmar.tv.zav.conf
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/system.d COMPONENT runtime)
+
+# ---- dev
+
+# Both files find the prefix from where they lie themselves.
+file(RELATIVE_PATH up_to_prefix
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" up_to_prefix ${up_to_prefix})
+configure_file(packaging/zavservice-api.pc.in zavservice-api.pc @ONLY)
+configure_package_config_file(
+    packaging/zavservice-api-config.cmake.in zavservice-api-config.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zavservice-api
+    PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR
+    NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(zavservice-api-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(FILES ${PROJECT_BINARY_DIR}/zavservice-api.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+install(FILES ${PROJECT_BINARY_DIR}/zavservice-api-config.cmake
+              ${PROJECT_BINARY_DIR}/zavservice-api-config-version.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zavservice-api COMPONENT dev)
+install(FILES service/org.kelmar.tv.zav.xml
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT dev)
+install(FILES docs/man/zavservice-api.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT dev)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package_dev} COMPONENT dev)
+
+# ---- tools
+
+install(TARGETS zavctl zav-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+install(FILES docs/man/zavctl.1 docs/man/zav-sim.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+install(FILES service/org.kelmar.tv.zav.Sim.xml
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT tools)
+
+# zavctl makes its completions from its own table of verbs; a cross build cannot always run it.
+if(NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR)
+    set(completions ${PROJECT_BINARY_DIR}/completions)
+    file(MAKE_DIRECTORY ${completions})
+    foreach(shell bash zsh)
+        add_custom_command(OUTPUT ${completions}/${shell}
+            COMMAND zavctl completion ${shell} > ${completions}/${shell}
+            VERBATIM)
+    endforeach()
+    add_custom_target(completions ALL DEPENDS ${completions}/bash ${completions}/zsh)
+    install(FILES ${completions}/bash RENAME zavctl
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES ${completions}/zsh RENAME _zavctl
+            DESTINATION ${ZAV_ZSH_COMPLETIONS_DIR} COMPONENT tools)
+endif()
+
+# ---- standins: what was built for lack of the platform's own libraries
+
+set(components runtime dev tools)
+foreach(standin platform-log ruvi-lumo)
+    get_target_property(is_the_platforms ${standin} IMPORTED)
+    if(NOT is_the_platforms)
+        install(TARGETS ${standin} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+                COMPONENT standins EXCLUDE_FROM_ALL)
+        list(APPEND components standins)
+    endif()
+endforeach()
+list(REMOVE_DUPLICATES components)
+
+# ---- Debian packages
+
+foreach(component ${components})
+    set(on_request)
+    if(component STREQUAL standins)
+        set(on_request EXCLUDE_FROM_ALL)
+    endif()
+    install(FILES LICENSE RENAME copyright ${on_request}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package_${component}}
+            COMPONENT ${component})
+    string(TOUPPER ${component} COMPONENT)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package_${component}})
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "The zavservice-api maintainers")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "control of a television's sound devices through ZAVService")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL ${components})
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+
+# The platform's libraries belong to no package: a dependency on them cannot be written down.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS ${package_standins})
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION}), libglib2.0-dev")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
+include(CPack)
+
+# ---- reference documentation
+
+add_custom_target(docs
+    COMMAND ${PROJECT_SOURCE_DIR}/docs/reference ${PROJECT_BINARY_DIR}/reference
+    VERBATIM)
