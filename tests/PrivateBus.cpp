@@ -241,6 +241,7 @@ PrivateBus::PrivateBus(const std::string& rules)
     m_address = "unix:path=" + m_folder + "/bus";
     std::ofstream(m_folder + "/bus.conf") << Configuration(rules);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
+    setenv("TMPDIR", m_folder.c_str(), 1); // what children leave behind goes with this folder
     Start();
 }
 
