@@ -241,7 +241,9 @@ PrivateBus::PrivateBus(const std::string& rules)
     m_address = "unix:path=" + m_folder + "/bus";
     std::ofstream(m_folder + "/bus.conf") << Configuration(rules);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
-    setenv("TMPDIR", m_folder.c_str(), 1); // what children leave behind goes with this folder
+    for (const char* place : {"TMPDIR", "TEST_TMPDIR"}) {
+        setenv(place, m_folder.c_str(), 1); // what is left behind goes with this folder
+    }
     Start();
 }
 

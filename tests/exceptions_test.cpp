@@ -17,6 +17,11 @@ struct Case
     std::function<void()> run;
 };
 
+void PrintTo(const Case& one, std::ostream* out)
+{
+    *out << one.name;
+}
+
 int level = 0;
 std::vector<SCLSpkInfo> speakers;
 std::list<AudioEffect> modes;

@@ -217,6 +217,11 @@ struct TunnelRow
     int received, refused, unanswered, answered;
 };
 
+void PrintTo(const TunnelRow& one, std::ostream* out)
+{
+    *out << one.name;
+}
+
 unsigned char kBytes[300] = {1, 2, 3};
 constexpr auto kId = static_cast<commonTunnel_external_id_e>(5);
 int capability = 0;

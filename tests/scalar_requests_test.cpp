@@ -19,6 +19,11 @@ struct Row
     int received, result, refused, unanswered;
 };
 
+void PrintTo(const Row& one, std::ostream* out)
+{
+    *out << one.name;
+}
+
 const Row kRows[] = {
     {"IsSoundBarConnected", "static bool ZAVServiceAPI::IsSoundBarConnected()",
      [] { return int(Api::IsSoundBarConnected()); }, "", "none", "(true,)", 1, 1, 0, 0},
