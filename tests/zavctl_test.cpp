@@ -15,17 +15,19 @@ namespace
 
 using json = nlohmann::json;
 
-Ended Zavctl(Arguments arguments, const Environment& environment = {})
+/** Runs it with the words between the line's blanks. */
+Ended Zavctl(const std::string& line, const Environment& environment = {})
 {
-    arguments.insert(arguments.begin(), ZAVCTL);
-    return RunProgram(arguments, environment);
+    std::istringstream words(ZAVCTL " " + line);
+    return RunProgram({std::istream_iterator<std::string>(words), {}}, environment);
 }
 
-/** The same from a shell's point of view: words between blanks. */
-Ended Zavctl(const char* line, const Environment& environment = {})
+void ExpectOutput(const std::string& line, const std::string& out)
 {
-    std::istringstream words(line);
-    return Zavctl(Arguments{std::istream_iterator<std::string>(words), {}}, environment);
+    const Ended run = Zavctl(line);
+    EXPECT_EQ(0, run.exitCode) << line;
+    EXPECT_EQ(out, run.out) << line;
+    EXPECT_EQ("", run.err) << line;
 }
 
 json JsonOf(const Ended& run)
@@ -34,18 +36,28 @@ json JsonOf(const Ended& run)
     return json::parse(run.out, nullptr, false);
 }
 
-void ExpectFailure(const char* line, int exitCode, const char* cause,
+/** @param lines what zavctl is run with, one time after the other; a bar is between two of them */
+void ExpectFailure(const std::string& lines, int exitCode, const char* cause,
                    const Environment& environment = {})
 {
-    SCOPED_TRACE(line);
-    const Ended run = Zavctl((std::string(line) + " --json").c_str(), environment);
-    EXPECT_EQ(exitCode, run.exitCode);
-    EXPECT_EQ(1, std::ranges::count(run.err, '\n')) << run.err;
-    EXPECT_TRUE(run.err.starts_with("zavctl: ")) << run.err;
-    const json error = JsonOf(run)["error"];
-    EXPECT_EQ(cause, error["cause"]);
-    EXPECT_EQ(exitCode, error["exit"]);
-    EXPECT_EQ(run.err, "zavctl: " + error["message"].get<std::string>() + "\n");
+    std::istringstream list(lines + "|");
+    for (std::string line; std::getline(list, line, '|');) {
+        SCOPED_TRACE(line);
+        const Ended run = Zavctl(line + " --json", environment);
+        EXPECT_EQ(exitCode, run.exitCode);
+        const json error = JsonOf(run)["error"];
+        EXPECT_EQ(cause, error["cause"]);
+        EXPECT_EQ(exitCode, error["exit"]);
+        EXPECT_EQ(run.err, "zavctl: " + error["message"].get<std::string>() + "\n");
+        EXPECT_EQ(1, std::ranges::count(run.err, '\n')) << run.err;
+    }
+}
+
+void ExpectDoctor(int exitCode, const std::string& finding)
+{
+    const Ended doctor = Zavctl("doctor");
+    EXPECT_EQ(exitCode, doctor.exitCode);
+    EXPECT_NE(std::string::npos, doctor.out.find(finding)) << doctor.out;
 }
 
 class Cli : public testing::Test
@@ -120,16 +132,10 @@ TEST_F(Cli, VerbsForwardAndPrint)
         {"model SPEAKER_W7", "10\n", ""},
         {"wait", "", ""},
     };
+    service.SetReply("GetModeList", "0x41");
     for (const auto& one : cases) {
-        SCOPED_TRACE(one.line);
-        if (std::string(one.line).starts_with("modes")) {
-            service.SetReply("GetModeList", "0x41");
-        }
-        const Ended run = Zavctl(one.line);
-        EXPECT_EQ(0, run.exitCode);
-        EXPECT_EQ(one.out, run.out);
-        EXPECT_EQ("", run.err);
-        EXPECT_EQ(one.received, Received());
+        ExpectOutput(one.line, one.out);
+        EXPECT_EQ(one.received, Received()) << one.line;
     }
 }
 
@@ -174,11 +180,9 @@ TEST_F(Cli, TellsWhyTheServiceRefused)
     service.SetReply("GetSCL", "@ay []");
     service.SetReply("GetEqualizerLevel", "(@ai [], 0)");
     service.SetReply("ReceivedDataFromSpdif", "false");
-    for (const char* line :
-         {"get mode", "get equalizer-state", "set woofer-level 99", "set mode 99", "speakers",
-          "equalizer", "spdif 1", "sim hang NoSuchMethod"}) {
-        ExpectFailure(line, 1, "refused");
-    }
+    ExpectFailure("get mode|get equalizer-state|set woofer-level 99|set mode 99|speakers|equalizer|"
+                  "spdif 1|sim hang NoSuchMethod",
+                  1, "refused");
     ExpectFailure("model NO_SUCH_MODEL", 1, "failed");
     service.SetReply("GetWooferLevel", "-1"); // the default as an answer is an answer
     EXPECT_EQ(0, Zavctl("get woofer-level").exitCode);
@@ -186,64 +190,30 @@ TEST_F(Cli, TellsWhyTheServiceRefused)
 
 TEST_F(Cli, RefusesBadUsageWithoutAskingTheService)
 {
-    for (const char* line : {"",
-                             "nonsense",
-                             "sim nonsense",
-                             "get",
-                             "get nonsense",
-                             "get earc",
-                             "set ready 1",
-                             "set woofer-level loud",
-                             "set woofer-level 2147483648",
-                             "set woofer-level 1.5",
-                             "set mode louder",
-                             "set mode",
-                             "equalizer 1 x",
-                             "equalizer 2147483648",
-                             "spdif 256",
-                             "spdif",
-                             "tunnel",
-                             "init-manager --values 1 2",
-                             "monitor --count 0",
-                             "wait --timeout -1",
-                             "sim delay GetMode -1",
-                             "sim reply GetMode (",
-                             "completion fish",
-                             "trace"}) {
-        ExpectFailure(line, 2, "usage");
-    }
+    ExpectFailure("|nonsense|sim nonsense|get|get nonsense|get earc|set ready 1|"
+                  "set woofer-level loud|set woofer-level 2147483648|set woofer-level 1.5|"
+                  "set mode louder|set mode|equalizer 1 x|equalizer 2147483648|spdif 256|spdif|"
+                  "tunnel|init-manager --values 1 2|monitor --count 0|wait --timeout -1|"
+                  "sim delay GetMode -1|sim reply GetMode (|completion fish|trace",
+                  2, "usage");
     EXPECT_EQ("", Received());
     EXPECT_NE(std::string::npos, Zavctl("get wofer").err.find("woofer-level"));
     EXPECT_NE(std::string::npos, Zavctl("set mode clear").err.find("CLEAR_VOICE"));
 }
 
-TEST_F(Cli, TellsThatNoAnswerCame)
+TEST_F(Cli, TellsWhyNoAnswerCame)
 {
     service.Hang("GetMode");
     ExpectFailure("get mode", 3, "no-answer");
-}
-
-TEST_F(Cli, TellsThatTheServiceIsNotRunning)
-{
-    service.Stop();
-    for (const char* line : {"get mode", "status", "equalizer 1 2", "init-manager", "sim calls",
-                             "tunnel status", "wait --timeout 0"}) {
-        ExpectFailure(line, 4, "not-running");
-    }
-}
-
-TEST_F(Cli, TellsThatThereIsNoBus)
-{
-    for (const char* line : {"get mode", "sim fail GetMode", "wait", "monitor"}) {
-        ExpectFailure(line, 5, "no-bus", {{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere"}});
-    }
-}
-
-TEST_F(Cli, TellsThatTheConnectionIsBusy)
-{
-    // A process of one thread never is.
+    // A process of one thread is never busy by itself.
     ExpectFailure("get mode", 6, "busy",
                   {{"LD_PRELOAD", ZAV_ALWAYS_BUSY}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    service.Stop();
+    ExpectFailure("get mode|status|equalizer 1 2|init-manager|sim calls|tunnel status|"
+                  "wait --timeout 0",
+                  4, "not-running");
+    ExpectFailure("get mode|sim fail GetMode|wait|monitor", 5, "no-bus",
+                  {{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere"}});
 }
 
 TEST(CliOnAnotherBus, TellsThatTheBusDeniesAccess)
@@ -252,9 +222,7 @@ TEST(CliOnAnotherBus, TellsThatTheBusDeniesAccess)
                          "<deny send_destination=\"org.kelmar.tv.zav\"/></policy>");
     const Simulator service(bus);
     ExpectFailure("get mode", 5, "denied");
-    const Ended doctor = Zavctl("doctor");
-    EXPECT_EQ(1, doctor.exitCode);
-    EXPECT_NE(std::string::npos, doctor.out.find("fail access ")) << doctor.out;
+    ExpectDoctor(1, "fail access ");
 }
 
 TEST(CliOnAnotherBus, WaitsWithoutStartingTheService)
@@ -265,9 +233,7 @@ TEST(CliOnAnotherBus, WaitsWithoutStartingTheService)
         << "[D-BUS Service]\nName=org.kelmar.tv.zav\nUser=root\nExec=" ZAV_SIM " --quiet\n";
     const PrivateBus bus("<servicedir>" + folder + "</servicedir>");
     ExpectFailure("wait --timeout 0.3", 4, "not-running");
-    const Ended doctor = Zavctl("doctor");
-    EXPECT_EQ(0, doctor.exitCode);
-    EXPECT_NE(std::string::npos, doctor.out.find("warn service ")) << doctor.out;
+    ExpectDoctor(0, "warn service ");
     EXPECT_EQ("1\n", Zavctl("get ready").out); // a request starts it
     EXPECT_EQ(0, Zavctl("wait --ready --timeout 20").exitCode);
 }
@@ -285,45 +251,41 @@ TEST_F(Cli, WaitsUntilTheServiceIsReady)
 
 TEST_F(Cli, MonitorPrintsEveryEventThroughARestart)
 {
-    Child monitor({ZAVCTL, "monitor", "--count", "8"});
-    EXPECT_EQ("service running", monitor.ReadLine());
+    Child text({ZAVCTL, "monitor", "--count", "7"});
+    Child objects({ZAVCTL, "monitor", "--json"});
+    const auto expect = [&](const std::string& line, const std::string& object) {
+        EXPECT_EQ(line, text.ReadLine());
+        EXPECT_EQ("{\"event\":" + object + "}", objects.ReadLine());
+    };
+    expect("service running", R"("service","running":true)");
     service.Emit("InvokeSignalHandler");
-    EXPECT_EQ("device-connected", monitor.ReadLine());
+    expect("device-connected", R"("device-connected")");
     service.Emit("sendDataViaSpdif", "([byte 1, 2, 0], 3)");
-    EXPECT_EQ("spdif 01 02 00", monitor.ReadLine());
+    expect("spdif 01 02 00", R"("spdif","data":[1,2,0])");
     service.Emit("receiveExternalDataViaCommonTunnel", "([byte 7, 8], 2, 16)");
-    EXPECT_EQ("tunnel-data 07 08", monitor.ReadLine());
+    expect("tunnel-data 07 08", R"("tunnel-data","data":[7,8])");
     service.Stop();
-    EXPECT_EQ("service stopped", monitor.ReadLine());
+    expect("service stopped", R"("service","running":false)");
     service.Start();
-    EXPECT_EQ("service running", monitor.ReadLine());
+    expect("service running", R"("service","running":true)");
     Zavctl("tunnel status");
-    EXPECT_EQ("tunnel-status connected zav-sim", monitor.ReadLine());
+    expect("tunnel-status connected zav-sim",
+           R"("tunnel-status","connected":true,"text":"zav-sim")");
     service.Emit("SetCbSoundModeChange", "5");
-    EXPECT_EQ("mode 105 NIGHT", monitor.ReadLine());
+    expect("mode 105 NIGHT", R"("mode","mode":105,"mode-name":"NIGHT")");
     service.Emit("notifyZAVCsharpCallback", "(9, [byte 1, 255], 2)");
-    EXPECT_EQ("managed 9 01 ff", monitor.ReadLine());
-    service.Emit("notifyZAVCsharpCallback", "(9, @ay [], 0)");
-    EXPECT_EQ("managed 9", monitor.ReadLine());
+    expect("managed 9 01 ff", R"("managed","number":9,"data":[1,255])");
     service.Emit("DisconnectSignalHandler");
-    EXPECT_EQ("device-disconnected", monitor.ReadLine());
-    EXPECT_EQ(0, monitor.Wait());
+    expect("device-disconnected", R"("device-disconnected")");
+    EXPECT_EQ(0, text.Wait());
+    objects.Signal(SIGINT);
+    EXPECT_EQ(0, objects.Wait());
 }
 
-TEST_F(Cli, MonitorPrintsJsonAndEndsInEachWay)
+TEST_F(Cli, MonitorEndsInTimeOrWithTheBus)
 {
-    Child monitor({ZAVCTL, "monitor", "--json"});
-    EXPECT_EQ(R"({"event":"service","running":true})", monitor.ReadLine());
-    service.Emit("SetCbSoundModeChange", "5");
-    EXPECT_EQ(R"({"event":"mode","mode":105,"mode-name":"NIGHT"})", monitor.ReadLine());
-    service.Emit("notifyZAVCsharpCallback", "(9, [byte 1, 255], 2)");
-    EXPECT_EQ(R"({"event":"managed","number":9,"data":[1,255]})", monitor.ReadLine());
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(0, monitor.Wait());
-
     EXPECT_EQ(0, Zavctl("monitor --for 0.1").exitCode);
     EXPECT_EQ(3, Zavctl("monitor --for 0.1 --count 1").exitCode);
-
     Child orphan({ZAVCTL, "monitor", "--json"});
     orphan.ReadLine();
     bus.Stop();
@@ -362,59 +324,51 @@ TEST_F(Cli, DoctorFindsWhatIsWrong)
     g_bus_own_name_on_connection(connection, "org.kelmar.tv.zav", G_BUS_NAME_OWNER_FLAGS_NONE,
                                  nullptr, nullptr, nullptr, nullptr);
     ASSERT_EQ(0, Zavctl("wait").exitCode);
-    const Ended strange = Zavctl("doctor");
-    EXPECT_EQ(1, strange.exitCode);
-    EXPECT_NE(std::string::npos, strange.out.find("\nfail interface lacks ")) << strange.out;
-    EXPECT_NE(std::string::npos, strange.out.find("method GetMode() -> (i),")) << strange.out;
-    EXPECT_NE(std::string::npos, strange.out.find("signal SetCbSoundModeChange(i)"));
+    for (const char* finding : {"\nfail interface lacks ", "method GetMode() -> (i),",
+                                "signal SetCbSoundModeChange(i)"}) {
+        ExpectDoctor(1, finding);
+    }
 }
 
 TEST_F(Cli, ControlsTheSimulatedService)
 {
-    EXPECT_EQ(0, Zavctl({"sim", "reply", "GetMode", "(7,)"}).exitCode);
-    EXPECT_EQ("107 SMART\n", Zavctl("get mode").out);
-    EXPECT_EQ(0, Zavctl("sim delay GetMode 1").exitCode);
-    EXPECT_EQ(0, Zavctl("sim fail GetMode").exitCode);
+    ExpectOutput("sim reply GetMode (7,)", "");
+    ExpectOutput("get mode", "107 SMART\n");
+    ExpectOutput("sim delay GetMode 1", "");
+    ExpectOutput("sim fail GetMode", "");
     EXPECT_EQ(1, Zavctl("get mode").exitCode);
-    EXPECT_EQ(0, Zavctl("sim fail GetMode org.example.Error").exitCode);
     const json calls = JsonOf(Zavctl("sim calls --json"));
     EXPECT_EQ(2U, calls["calls"].size());
     EXPECT_EQ("GetMode", calls["calls"][0]["method"]);
     EXPECT_EQ("()", calls["calls"][0]["arguments"]);
     EXPECT_EQ(1, calls["peak-open"]);
-    EXPECT_EQ(0, Zavctl("sim clear").exitCode);
-    EXPECT_EQ("", Zavctl("sim calls").out);
-    EXPECT_EQ(0, Zavctl("sim hang SetMode").exitCode);
-    EXPECT_EQ(0, Zavctl("sim reset").exitCode);
-    EXPECT_EQ(0, Zavctl("set mode music").exitCode);
-    EXPECT_EQ("101 MUSIC\n", Zavctl("get mode").out);
-    Child monitor({ZAVCTL, "monitor", "--count", "2"});
+    ExpectOutput("sim clear", "");
+    ExpectOutput("sim calls", "");
+    ExpectOutput("sim hang SetMode", "");
+    ExpectOutput("sim reset", "");
+    ExpectOutput("set mode music", "");
+    ExpectOutput("get mode", "101 MUSIC\n");
+    Child monitor({ZAVCTL, "monitor", "--count", "1"});
     monitor.ReadLine();
-    EXPECT_EQ(0, Zavctl("sim emit InvokeSignalHandler").exitCode);
-    EXPECT_EQ("device-connected", monitor.ReadLine());
-    EXPECT_EQ(0, Zavctl("sim emit SetCbSoundModeChange 5").exitCode);
+    ExpectOutput("sim emit SetCbSoundModeChange 5", "");
     EXPECT_EQ("mode 105 NIGHT", monitor.ReadLine());
 }
 
-TEST_F(Cli, ShowsAndForwardsTheLog)
+TEST_F(Cli, ShowsItsLogAndItsTrace)
 {
-    const Ended shown = Zavctl("get mode --log");
-    EXPECT_EQ("100 STANDARD\n", shown.out);
-    EXPECT_NE(std::string::npos, shown.err.find("> IntDataReceived: 0 from ZAVService\n"));
-
+    const std::string line = "> IntDataReceived: 0 from ZAVService\n";
+    EXPECT_NE(std::string::npos, Zavctl("get mode --log").err.find(line));
     const std::string file = testing::TempDir() + "zavctl.log";
+    const std::string trace = testing::TempDir() + "zavctl.trace";
     std::filesystem::remove(file);
+    std::filesystem::remove(trace);
     EXPECT_EQ("", Zavctl("get mode", {{"ZAV_LOG", file}}).err);
     std::ifstream log(file);
     const std::string text{std::istreambuf_iterator(log), {}};
-    EXPECT_NE(std::string::npos, text.find("> IntDataReceived: 0 from ZAVService\n")) << text;
-}
+    EXPECT_TRUE(text.ends_with(line)) << text;
 
-TEST_F(Cli, ShowsATraceOfItself)
-{
-    const std::string file = testing::TempDir() + "zavctl.trace";
-    Zavctl("get woofer-level", {{"LUMO_TRACE", file}});
-    const Ended run = Zavctl({"trace", file, "--stat"});
+    Zavctl("get woofer-level", {{"LUMO_TRACE", trace}});
+    const Ended run = Zavctl("trace " + trace + " --stat");
     EXPECT_EQ(0, run.exitCode);
     EXPECT_NE(std::string::npos, run.out.find("GetWooferLevel")) << run.out;
     const Ended none = Zavctl("trace /nowhere --json");
@@ -439,32 +393,18 @@ TEST(Completion, OffersWhatMayFollow)
     EXPECT_EQ("/etc/os-release\n", offers("zavctl trace /etc/os-rel"));
 }
 
-/** The commands of a man page's EXAMPLES, one a line. */
-std::string Examples(const std::string& page)
-{
-    std::ifstream file(ZAV_MAN "/" + page);
-    std::string commands;
-    bool inSection = false;
-    bool inExample = false;
-    for (std::string line; std::getline(file, line);) {
-        inSection = line.starts_with(".SH") ? line == ".SH EXAMPLES" : inSection;
-        inExample = line == ".EX" || (inExample && line != ".EE");
-        if (inSection && inExample && line != ".EX") {
-            std::erase(line, '\\'); // the pages escape nothing but "-"
-            commands += line + "\n";
-        }
-    }
-    return commands;
-}
-
 TEST_F(Cli, ManPageExamplesWork)
 {
-    const auto run = [](const std::string& page) {
-        const std::string folder = testing::TempDir() + "zavctl-examples";
-        std::filesystem::create_directories(folder);
-        const std::string commands = Examples(page);
+    // The pages escape nothing but "-".
+    constexpr const char* takeExamples =
+        R"(/^\.SH/ { section = /EXAMPLES/ }  /^\.EE/ { example = 0 }
+        section && example { gsub(/\\/, ""); print }  /^\.EX/ { example = 1 })";
+    const std::string folder = testing::TempDir() + "zavctl-examples";
+    std::filesystem::create_directories(folder);
+    const std::string path = std::filesystem::path(ZAVCTL).parent_path();
+    const auto run = [&](const std::string& page) {
+        const std::string commands = RunProgram({"awk", takeExamples, ZAV_MAN "/" + page}).out;
         EXPECT_LE(4, std::ranges::count(commands, '\n')) << page;
-        const std::string path = std::filesystem::path(ZAVCTL).parent_path();
         const Ended result =
             RunProgram({"bash", "-euc", "cd " + folder + "; PATH=" + path + ":$PATH; " + commands});
         EXPECT_EQ(0, result.exitCode) << commands << result.out << result.err;

@@ -27,13 +27,11 @@ internal static class Tests
             { "layout", ForeignLayoutIsRefused },
             { "connection", ConnectionIsTriedAgainAndShared },
             { "requests", RequestsForwardAndConvert },
-            { "unanswered", UnansweredRequestsHaveTheirResults },
-            { "busy", RefusedRequestsHaveTheirResults },
+            { "failures", FailedRequestsHaveTheirResults },
             { "awaiting", AwaitedRequestsQueue },
-            { "events", EventsCarryWhatTheServiceSent },
+            { "events", EventsCarryWhatTheServiceSentAcrossCollections },
             { "callbacks", RegistrationIsTakenBack },
             { "handlers", HandlersMayThrowAndMove },
-            { "collection", CallbacksOutliveCollections },
         };
         try {
             groups[arguments.Single()]();
@@ -72,123 +70,93 @@ internal static class Tests
         Equal(false, ReferenceEquals(first, second), "another after disposal");
         first.Dispose(); // has nothing to say any more
         Equal(true, ReferenceEquals(second, ZavService.Connect()), "the second, still");
-        Equal(0, Imports.InitDbusConnection());
     }
+
+    private static SpeakerManagerState state = new SpeakerManagerState {
+        AudioEffect = AudioEffect.Night, SubWooferLevel = 2, ConnectionStatus = 8,
+        SubWooferAvailable = true, EqualizerAvailable = false, State = 9,
+        FeatureSupported = 10, WooferConnected = 1, EffectList = 0x41,
+    };
+
+    /// <summary>
+    /// Requests: what the service receives, then the results: normal, refused, unanswered.
+    /// </summary>
+    private static readonly Dictionary<string, Func<ZavService, object>> requests =
+        new Dictionary<string, Func<ZavService, object>> {
+        { "InitSpeakerManager (105, 2, [1, 2, 3, 4, 5, 6, 7], 8, true, false, 9, 10, 1, 65)|0|-1|0",
+          zav => zav.InitSpeakerManager(state) },
+        { "GetMode ()|Night|None|None", zav => zav.Mode },
+        { "GetWooferLevel ()|2|-1|-1", zav => zav.WooferLevel },
+        { "IsSoundBarConnected ()|True|False|False", zav => zav.IsSoundBarConnected },
+        { "IsAvailableWooferMode ()|True|False|False", zav => zav.IsWooferModeAvailable },
+        { "IsAvailableEqualizer ()|False|False|False", zav => zav.IsEqualizerAvailable },
+        { "IsFeatureSupported ()|10|Unknown|Unknown", zav => zav.FeatureSupport },
+        { "GetWooferState ()|1|None|None", zav => zav.WooferState },
+        { "GetModeList ()|Standard Music||", zav => Words(zav.GetModes()) },
+        { "SetMode (4,)|0|-1|-1", zav => zav.SetMode(AudioEffect.Movie) },
+        { "SetWooferLevel (-99,)|-1|-1|-1", zav => zav.SetWooferLevel(-99) },
+        { "SetEarcToZav (1,)|0|-1|-1", zav => zav.SetEarc(1) },
+        { "SetSpeakerSelection (5,)|0|-1|-1", zav => zav.SetSpeakerSelection(5) },
+        { "GetSpeakerSelection ()|5|-1|0", zav => zav.SpeakerSelection },
+        { "SetCorvalaVconf (0,)|0|-1|-1", zav => zav.SetCorvala(0) },
+        { "getQCorvalaAvailable ()|0|-1|-1", zav => zav.CorvalaAvailability },
+        { "RequestPreTrial (1,)|0|-1|-1", zav => zav.RequestPreTrial(1) },
+        { "IsZAVReady ()|1|-1|-1", zav => zav.Readiness },
+        { "GetEqualizerLevel ()|-10 0 5||", zav => Words(zav.GetEqualizerLevels()) },
+        { "GetSCL ()|3: 1 1 2|0: |0: ", zav => {
+            Speaker[] speakers;
+            int count = zav.GetSpeakers(out speakers);
+            return count + ": " + Words(speakers.Select(speaker => speaker.ConnectionType));
+        } },
+    };
 
     private static void RequestsForwardAndConvert()
     {
         ZavService zav = ZavService.Connect();
-        var state = new SpeakerManagerState {
-            AudioEffect = AudioEffect.Night, SubWooferLevel = 2, ConnectionStatus = 8,
-            SubWooferAvailable = true, EqualizerAvailable = false, State = 9,
-            FeatureSupported = 10, WooferConnected = 1, EffectList = 0x41,
-        };
+        Sent("SetEqualizerLevel ([-10, 0, 5], 3)", () => zav.SetEqualizerLevels(-10, 0, 5));
+        Sent("ReceivedDataFromSpdif ([0x01, 0xff], 2)", () => zav.ForwardSpdifData(1, 255));
+        Sent("", () => zav.SetEqualizerLevels());
+        Sent("", () => zav.ForwardSpdifData());
         state.SetValues(1, 2, 3, 4, 5, 6, 7);
-        Request("0", () => zav.InitSpeakerManager(state),
-                "InitSpeakerManager (105, 2, [1, 2, 3, 4, 5, 6, 7], 8, true, false, 9, 10, 1, 65)");
-        Request("Night", () => zav.Mode, "GetMode ()");
-        Request("2", () => zav.WooferLevel, "GetWooferLevel ()");
-        Request("True", () => zav.IsSoundBarConnected, "IsSoundBarConnected ()");
-        Request("True", () => zav.IsWooferModeAvailable, "IsAvailableWooferMode ()");
-        Request("False", () => zav.IsEqualizerAvailable, "IsAvailableEqualizer ()");
-        Request("10", () => (int)zav.FeatureSupport, "IsFeatureSupported ()");
-        Request("1", () => (int)zav.WooferState, "GetWooferState ()");
-        Request("Standard Music", () => Words(zav.GetModes()), "GetModeList ()");
+        foreach (var request in requests) {
+            string[] parts = request.Key.Split('|');
+            Sent(parts[0], () => Equal(parts[1], request.Value(zav).ToString(), request.Key));
+        }
 
         state.SubWooferAvailable = false;
         state.EqualizerAvailable = true;
         Equal(true, !state.SubWooferAvailable && state.EqualizerAvailable, "flags read back");
         zav.InitSpeakerManager(state);
-        Received();
-        Request("False", () => zav.IsWooferModeAvailable, "IsAvailableWooferMode ()");
-        Request("True", () => zav.IsEqualizerAvailable, "IsAvailableEqualizer ()");
-
-        Request("0", () => zav.SetMode(AudioEffect.Movie), "SetMode (4,)");
-        Request("-1", () => zav.SetWooferLevel(-99), "SetWooferLevel (-99,)");
-        Request("0", () => zav.SetEarc(1), "SetEarcToZav (1,)");
-        Request("0", () => zav.SetSpeakerSelection(5), "SetSpeakerSelection (5,)");
-        Request("5", () => zav.SpeakerSelection, "GetSpeakerSelection ()");
-        Request("0", () => zav.SetCorvala(0), "SetCorvalaVconf (0,)");
-        Request("0", () => zav.CorvalaAvailability, "getQCorvalaAvailable ()");
-        Request("0", () => zav.RequestPreTrial(1), "RequestPreTrial (1,)");
-        Request("1", () => zav.Readiness, "IsZAVReady ()");
-
-        Request("", () => { zav.SetEqualizerLevels(-10, 0, 5); return ""; },
-                "SetEqualizerLevel ([-10, 0, 5], 3)");
-        Request("-10 0 5", () => Words(zav.GetEqualizerLevels()), "GetEqualizerLevel ()");
-        Request("", () => { zav.SetEqualizerLevels(); return ""; }, "");
+        Equal(true, !zav.IsWooferModeAvailable && zav.IsEqualizerAvailable, "flags arrive");
         string many = Words(Enumerable.Range(1, 150)).Replace(" ", ", ");
         Sim("reply", "GetEqualizerLevel", "([" + many + "], 150)");
         Equal(Words(Enumerable.Range(1, 100)), Words(zav.GetEqualizerLevels()));
-        Received();
-
-        Request("", () => { zav.ForwardSpdifData(1, 255); return ""; },
-                "ReceivedDataFromSpdif ([0x01, 0xff], 2)");
-        Request("", () => { zav.ForwardSpdifData(); return ""; }, "");
 
         Speaker[] speakers;
-        Equal(3, zav.GetSpeakers(out speakers));
-        Equal("1 1 2", Words(speakers.Select(speaker => speaker.ConnectionType)));
+        zav.GetSpeakers(out speakers);
         byte[] record = speakers[1].ToArray();
         Equal(148, record.Length);
         Equal("Front right\0", Encoding.ASCII.GetString(record, 0, 12));
         Equal("1 0 0 0", Words(record.Skip(34).Take(4)));
         Sim("reply", "GetSCL", "(@ay [],)");
-        Equal(-1, zav.GetSpeakers(out speakers));
-        Equal(0, speakers.Length);
+        Equal("-1 0", zav.GetSpeakers(out speakers) + " " + speakers.Length);
     }
 
-    /// <summary>Requests: name, result when refused, result when unanswered.</summary>
-    private static readonly Dictionary<string, Func<ZavService, object>> failing =
-        new Dictionary<string, Func<ZavService, object>> {
-        { "IsZAVReady -1 -1", zav => zav.Readiness },
-        { "IsSoundBarConnected False False", zav => zav.IsSoundBarConnected },
-        { "IsFeatureSupported Unknown Unknown", zav => zav.FeatureSupport },
-        { "getQCorvalaAvailable -1 -1", zav => zav.CorvalaAvailability },
-        { "GetMode None None", zav => zav.Mode },
-        { "GetWooferLevel -1 -1", zav => zav.WooferLevel },
-        { "GetWooferState None None", zav => zav.WooferState },
-        { "IsAvailableWooferMode False False", zav => zav.IsWooferModeAvailable },
-        { "IsAvailableEqualizer False False", zav => zav.IsEqualizerAvailable },
-        { "GetSpeakerSelection -1 0", zav => zav.SpeakerSelection },
-        { "SetMode -1 -1", zav => zav.SetMode(AudioEffect.Music) },
-        { "SetWooferLevel -1 -1", zav => zav.SetWooferLevel(1) },
-        { "SetEarcToZav -1 -1", zav => zav.SetEarc(1) },
-        { "SetSpeakerSelection -1 -1", zav => zav.SetSpeakerSelection(1) },
-        { "SetCorvalaVconf -1 -1", zav => zav.SetCorvala(1) },
-        { "RequestPreTrial -1 -1", zav => zav.RequestPreTrial(1) },
-        { "GetModeList 0 0", zav => zav.GetModes().Length },
-        { "GetEqualizerLevel 0 0", zav => zav.GetEqualizerLevels().Length },
-        { "InitSpeakerManager -1 0",
-          zav => zav.InitSpeakerManager(new SpeakerManagerState()) },
-        { "GetSCL 0/0 0/0", zav => {
-            Speaker[] speakers;
-            return zav.GetSpeakers(out speakers) + "/" + speakers.Length;
-        } },
-    };
-
-    private static void UnansweredRequestsHaveTheirResults()
+    private static void FailedRequestsHaveTheirResults()
     {
         ZavService zav = ZavService.Connect();
-        foreach (string request in failing.Keys)
+        foreach (string request in requests.Keys)
             Sim("fail", request.Split()[0]);
-        foreach (var request in failing)
-            Equal(request.Key.Split()[2], request.Value(zav).ToString(), request.Key);
-    }
+        foreach (var request in requests)
+            Equal(request.Key.Split('|')[3], request.Value(zav).ToString(), request.Key);
+        Received();
 
-    private static void RefusedRequestsHaveTheirResults()
-    {
-        ZavService zav = ZavService.Connect();
         zav.Dispose();
         Sim("hang", "SetEarcToZav");
         Task<int> slow = Task.Run(() => zav.SetEarc(1));
-        Until(() => Sim("calls") != "", "the slow request is on the wire");
-        Sim("clear");
-
-        var threads = new List<Thread>();
-        foreach (var request in failing)
-            threads.Add(new Thread(() => Equal(request.Key.Split()[1],
-                                               request.Value(zav).ToString(), request.Key)));
+        Equal(true, SpinWait.SpinUntil(() => Received() != "", limit), "the request is sent");
+        List<Thread> threads = requests.Select(request => new Thread(() =>
+            Equal(request.Key.Split('|')[2], request.Value(zav).ToString(), request.Key))).ToList();
         threads.Add(new Thread(() => Thrown<IOException>(() => ZavService.Connect())));
         threads.ForEach(thread => thread.Start());
         threads.ForEach(thread => thread.Join());
@@ -205,46 +173,65 @@ internal static class Tests
         zav.SetWooferLevel(4);
         // Longer than a request waits for its turn by itself.
         Sim("delay", "GetWooferLevel", "1300");
-        int caller = Thread.CurrentThread.ManagedThreadId;
-        int worker = caller;
-        Task<int> first = zav.RequestAsync(service => service.WooferLevel);
-        Task<int> second = zav.RequestAsync(service => service.WooferLevel);
+        int worker = Thread.CurrentThread.ManagedThreadId;
+        Task<int>[] levels = Enumerable.Range(0, 2)
+            .Select(i => zav.RequestAsync(service => service.WooferLevel)).ToArray();
         Task failing = zav.RequestAsync(service => { throw new InvalidDataException("mine"); });
         Task last = zav.RequestAsync(service => {
             worker = Thread.CurrentThread.ManagedThreadId;
             service.SetMode(AudioEffect.Game);
         });
-        Equal(true, Task.WhenAll(first, second, last).Wait(limit), "all end");
-        Equal(4, first.Result);
-        Equal(4, second.Result);
+        Equal(true, last.Wait(limit), "all end");
+        Equal("4 4", Words(levels.Select(level => level.Result)));
         Equal("mine", Thrown<AggregateException>(() => failing.Wait(limit)).InnerException.Message);
         Equal(AudioEffect.Game, zav.Mode);
-        Equal(false, worker == caller, "a request on the caller's thread");
+        Equal(false, worker == Thread.CurrentThread.ManagedThreadId, "on the caller's thread");
     }
 
-    private static void EventsCarryWhatTheServiceSent()
+    private static void EventsCarryWhatTheServiceSentAcrossCollections()
     {
         ZavService zav = ZavService.Connect();
         var heard = new Heard(zav);
-        zav.SetMode(AudioEffect.Movie);
-        heard.Next("mode Movie");
-        zav.SetWooferLevel(-2);
-        heard.Next("event 1: FE-FF-FF-FF");
-        zav.ForwardSpdifData(1, 2, 255);
-        heard.Next("spdif 01-02-FF" + string.Concat(Enumerable.Repeat("-00", 41)));
-        zav.InitSpeakerManager(
-            new SpeakerManagerState { AudioEffect = AudioEffect.Movie, SubWooferLevel = -2 });
-        heard.Next("disconnected");
-        Sim("emit", "InvokeSignalHandler");
-        heard.Next("invoked");
+        bool done = false;
+        var collector = new Thread(() => {
+            while (!Volatile.Read(ref done)) {
+                GC.Collect();
+                GC.WaitForPendingFinalizers();
+            }
+        });
+        collector.Start();
+        for (int i = 1; i <= 150; ++i) {
+            AudioEffect mode = i % 2 == 0 ? AudioEffect.Night : AudioEffect.Movie;
+            zav.SetMode(mode);
+            heard.Next("mode " + mode);
+            zav.SetWooferLevel(i % 6 - 3);
+            heard.Next("event 1: " + BitConverter.ToString(BitConverter.GetBytes(i % 6 - 3)));
+            zav.ForwardSpdifData((byte)i, 255);
+            heard.Next("spdif " + i.ToString("X2") + "-FF" +
+                       string.Concat(Enumerable.Repeat("-00", 42)));
+            zav.InitSpeakerManager(new SpeakerManagerState
+            {
+                AudioEffect = mode, SubWooferLevel = i % 6 - 3, ConnectionStatus = i % 2,
+            });
+            heard.Next(i % 2 == 0 ? "disconnected" : "invoked");
+        }
+        Volatile.Write(ref done, true);
+        collector.Join();
+
         Sim("emit", "SetCbSoundModeChange", "(99,)");
         heard.Next("mode 199");
-        Sim("emit", "notifyZAVCsharpCallback", "(8, @ay [], 0)");
-        heard.Next("event 8: ");
         IEnumerable<int> bytes = Enumerable.Range(0, 550).Select(i => i % 251);
         string array = "[byte " + Words(bytes).Replace(" ", ", ") + "]";
         Sim("emit", "notifyZAVCsharpCallback", "(9, " + array + ", 550)");
         heard.Next("event 9: " + BitConverter.ToString(bytes.Select(i => (byte)i).ToArray()));
+        Sim("emit", "notifyZAVCsharpCallback", "(8, @ay [], 0)");
+        heard.Next("event 8: ");
+
+        // Mono keeps delegates of static methods by itself, so that no collection shows whether the
+        // fields do.
+        int rooted = typeof(ZavService).GetFields(BindingFlags.Static | BindingFlags.NonPublic)
+            .Count(field => field.IsInitOnly && field.FieldType.IsSubclassOf(typeof(Delegate)));
+        Equal(5, rooted, "delegates in fields");
     }
 
     private static void RegistrationIsTakenBack()
@@ -310,54 +297,13 @@ internal static class Tests
         Equal(false, heard.LastThread == Thread.CurrentThread.ManagedThreadId, "still there");
     }
 
-    private static void CallbacksOutliveCollections()
+    private static void Sent(string received, Action request, [CallerLineNumber] int line = 0)
     {
-        const int rounds = 150;
-        ZavService zav = ZavService.Connect();
-        var heard = new Heard(zav);
-        bool done = false;
-        var collector = new Thread(() => {
-            while (!Volatile.Read(ref done)) {
-                GC.Collect();
-                GC.WaitForPendingFinalizers();
-            }
-        });
-        collector.Start();
-        for (int i = 1; i <= rounds; ++i) {
-            AudioEffect mode = i % 2 == 0 ? AudioEffect.Night : AudioEffect.Movie;
-            zav.SetMode(mode);
-            heard.Next("mode " + mode);
-            zav.SetWooferLevel(i % 6);
-            heard.Next("event 1: 0" + i % 6 + "-00-00-00");
-            zav.ForwardSpdifData((byte)i);
-            heard.Next("spdif " + i.ToString("X2") + string.Concat(Enumerable.Repeat("-00", 43)));
-            zav.InitSpeakerManager(new SpeakerManagerState
-            {
-                AudioEffect = mode, SubWooferLevel = i % 6, ConnectionStatus = i % 2,
-            });
-            heard.Next(i % 2 == 0 ? "disconnected" : "invoked");
-        }
-        Volatile.Write(ref done, true);
-        collector.Join();
-
-        // Mono keeps delegates of static methods by itself, so that no collection shows whether the
-        // fields do.
-        int rooted = typeof(ZavService).GetFields(BindingFlags.Static | BindingFlags.NonPublic)
-            .Count(field => field.IsInitOnly && field.FieldType.IsSubclassOf(typeof(Delegate)));
-        Equal(5, rooted, "delegates in fields");
-    }
-
-    private static void Request(string expected, Func<object> request, string received,
-                                [CallerLineNumber] int line = 0)
-    {
-        Equal(expected, request().ToString(), "result", line);
+        request();
         Equal(received, Received(), "what the service received", line);
     }
 
-    private static string Words<T>(IEnumerable<T> items)
-    {
-        return string.Join(" ", items);
-    }
+    private static string Words<T>(IEnumerable<T> items) => string.Join(" ", items);
 
     /// <summary>The calls that reached the service since the last time, without senders.</summary>
     private static string Received()
@@ -384,12 +330,6 @@ internal static class Tests
                 throw new InvalidOperationException("zavctl sim" + quoted + " failed");
             return output;
         }
-    }
-
-    private static void Until(Func<bool> condition, string what)
-    {
-        if (!SpinWait.SpinUntil(condition, limit))
-            throw new TimeoutException("not in time: " + what);
     }
 
     private static T Take<T>(BlockingCollection<T> queue)
