@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <string_view>
 #include <unistd.h>
 
 GDBusConnection* ZAVServiceAPI::connection = nullptr;
@@ -155,14 +156,35 @@ void LogReceived(int value)
     LOG_POINT_FOR(Site, DLOG_INFO, "IntDataReceived: %d from ZAVService", value);
 }
 
-/** The one value of a "(b)" or "(i)" reply; 0 for a reply of another type. */
-template <class Site>
-int Receive(GVariant* reply, const char* format)
+/** A reply of one value. */
+struct ReplyType
 {
-    int value = 0;
-    if (g_variant_is_of_type(reply, G_VARIANT_TYPE(format))) {
-        g_variant_get(reply, format, &value);
+    const char* text;
+    int (*get)(GVariant* value);
+};
+
+constexpr ReplyType kFlag = {"(b)", g_variant_get_boolean};
+constexpr ReplyType kNumber = {"(i)", g_variant_get_int32};
+
+bool IsOfType(GVariant* value, const char* type)
+{
+    return strcmp(g_variant_get_type_string(value), type) == 0;
+}
+
+/** The reply's value; 0 when it is of another type. */
+int Unpack(GVariant* reply, const ReplyType& type)
+{
+    if (!IsOfType(reply, type.text)) {
+        return 0;
     }
+    g_autoptr(GVariant) value = g_variant_get_child_value(reply, 0);
+    return type.get(value);
+}
+
+template <class Site>
+int Receive(GVariant* reply, const ReplyType& type)
+{
+    const int value = Unpack(reply, type);
     LogReceived<Site>(value);
     return value;
 }
@@ -196,7 +218,7 @@ struct Outcome
 
 /** The guarded call; `parameters` builds the tuple, or NULL, once the turn has come. */
 template <class Site, class Parameters>
-Outcome Exchange(const char* method, const Parameters& parameters, const char* format)
+Outcome Exchange(const char* method, const Parameters& parameters, const ReplyType& type)
 {
     const Turn<Site> turn;
     if (!turn) {
@@ -206,16 +228,16 @@ Outcome Exchange(const char* method, const Parameters& parameters, const char* f
     if (reply == nullptr) {
         return {Outcome::unanswered};
     }
-    return {Outcome::answered, Receive<Site>(reply, format)};
+    return {Outcome::answered, Receive<Site>(reply, type)};
 }
 
 constexpr auto kNoParameters = []() -> GVariant* { return nullptr; };
 
 template <class Site>
-int Query(const char* format, Failure failure)
+int Query(const ReplyType& type, Failure failure)
 {
     Announce<Site>();
-    return Exchange<Site>(Site::Name(), kNoParameters, format).Or(failure);
+    return Exchange<Site>(Site::Name(), kNoParameters, type).Or(failure);
 }
 
 template <class Site, class T>
@@ -223,7 +245,7 @@ int Set(T announced, int sent)
 {
     Announce<Site>(announced);
     const auto parameters = [sent] { return g_variant_new("(i)", sent); };
-    return Exchange<Site>(Site::Name(), parameters, "(i)").Or(kMinusOne);
+    return Exchange<Site>(Site::Name(), parameters, kNumber).Or(kMinusOne);
 }
 
 template <class Site>
@@ -341,7 +363,7 @@ int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
     g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
     gsize length = 0;
     const void* bytes = nullptr;
-    if (g_variant_is_of_type(array, G_VARIANT_TYPE_BYTESTRING)) {
+    if (IsOfType(array, "ay")) {
         bytes = g_variant_get_fixed_array(array, &length, 1);
     }
     if (bytes == nullptr) {
@@ -355,9 +377,9 @@ int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
     }
     const auto count = static_cast<int>(length / sizeof(SCLSpkInfo));
     const auto* records = static_cast<const SCLSpkInfo*>(bytes);
+    list.assign(records, records + count);
     for (int i = 0; i < count; ++i) {
-        list.push_back(records[i]);
-        const int type = list.back().m_Connecttype;
+        const int type = list[static_cast<size_t>(i)].m_Connecttype;
         LOG_POINT_FOR(Site, DLOG_INFO, "spk[%d]: m_Connecttype: %d", i + 1, type);
     }
     return count;
@@ -380,7 +402,7 @@ bool HasData(const unsigned char* data, int length)
  * the two generic names. The product names are placeholders, to be replaced with a device's own;
  * callers compare against the codes, which therefore stand with each name.
  */
-const std::map<std::string, model_name> hashMapModelToCode = {
+const std::map<std::string_view, model_name> hashMapModelToCode = {
     {"SOUNDBAR_A1", model_name{0}},
     {"SOUNDBAR_A2", model_name{1}},
     {"SOUNDBAR_A3", model_name{2}},
@@ -423,7 +445,7 @@ bool HasConnection()
 template <class Site>
 bool HasParameters(GVariant* parameters, const char* type)
 {
-    if (parameters != nullptr && g_variant_is_of_type(parameters, G_VARIANT_TYPE(type))) {
+    if (parameters != nullptr && IsOfType(parameters, type)) {
         return true;
     }
     LOG_POINT_FOR(Site, DLOG_ERROR, "Error: Parameter part is NULL");
@@ -524,13 +546,13 @@ void ZAVServiceAPI::FiniDbusConnection()
 bool ZAVServiceAPI::IsSoundBarConnected()
 {
     LOG_SITE(Here);
-    return Query<Here>("(b)", kFalse) != 0;
+    return Query<Here>(kFlag, kFalse) != 0;
 }
 
 int ZAVServiceAPI::GetSpeakerSelection()
 {
     LOG_SITE(Here);
-    return Query<Here>("(i)", {.refused = -1, .unanswered = 0});
+    return Query<Here>(kNumber, {.refused = -1, .unanswered = 0});
 }
 
 int ZAVServiceAPI::SetSpeakerSelection(int selection)
@@ -542,7 +564,7 @@ int ZAVServiceAPI::SetSpeakerSelection(int selection)
 int ZAVServiceAPI::GetWooferLevel()
 {
     LOG_SITE(Here);
-    return Query<Here>("(i)", kMinusOne);
+    return Query<Here>(kNumber, kMinusOne);
 }
 
 int ZAVServiceAPI::SetWooferLevel(int level)
@@ -555,13 +577,13 @@ woofer_state_e ZAVServiceAPI::GetWooferState()
 {
     LOG_SITE(Here);
     constexpr Failure none = {.refused = WOOFER_STATE_NONE, .unanswered = WOOFER_STATE_NONE};
-    return static_cast<woofer_state_e>(Query<Here>("(i)", none));
+    return static_cast<woofer_state_e>(Query<Here>(kNumber, none));
 }
 
 int ZAVServiceAPI::IsZAVReady()
 {
     LOG_SITE(Here);
-    return Query<Here>("(i)", kMinusOne);
+    return Query<Here>(kNumber, kMinusOne);
 }
 
 int ZAVServiceAPI::SetEarcToZav(int value)
@@ -585,13 +607,13 @@ int ZAVServiceAPI::RequestPreTrial(int value)
 bool ZAVServiceAPI::IsAvailableEqualizer()
 {
     LOG_SITE(Here);
-    return Query<Here>("(b)", kFalse) != 0;
+    return Query<Here>(kFlag, kFalse) != 0;
 }
 
 int ZAVServiceAPI::getQCorvalaAvailable()
 {
     LOG_SITE(Here);
-    return Query<Here>("(i)", kMinusOne);
+    return Query<Here>(kNumber, kMinusOne);
 }
 
 feature_support_e ZAVServiceAPI::IsFeatureSupported()
@@ -599,7 +621,7 @@ feature_support_e ZAVServiceAPI::IsFeatureSupported()
     LOG_SITE(Here);
     constexpr Failure unknown = {.refused = FEATURE_SUPPORT_UNKNOWN,
                                  .unanswered = FEATURE_SUPPORT_UNKNOWN};
-    return static_cast<feature_support_e>(Query<Here>("(i)", unknown));
+    return static_cast<feature_support_e>(Query<Here>(kNumber, unknown));
 }
 
 int ZAVServiceAPI::SetMode(AudioEffect mode)
@@ -612,13 +634,13 @@ AudioEffect ZAVServiceAPI::GetMode()
 {
     LOG_SITE(Here);
     const int none = ToWire(AUDIO_EFFECT_NONE);
-    return FromWire(Query<Here>("(i)", {.refused = none, .unanswered = none}));
+    return FromWire(Query<Here>(kNumber, {.refused = none, .unanswered = none}));
 }
 
 bool ZAVServiceAPI::IsAvailableWooferMode()
 {
     LOG_SITE(Here);
-    return Query<Here>("(b)", kFalse) != 0;
+    return Query<Here>(kFlag, kFalse) != 0;
 }
 
 bool ZAVServiceAPI::GetEqualizerState()
@@ -661,7 +683,7 @@ void ZAVServiceAPI::GetEqualizerLevel(int* levels, int* count, size_t capacity)
         return;
     }
     g_autoptr(GVariant) reply = Call<Here>(Here::Name(), nullptr);
-    if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(aii)"))) {
+    if (reply == nullptr || !IsOfType(reply, "(aii)")) {
         return;
     }
     g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
@@ -694,7 +716,7 @@ void ZAVServiceAPI::GetModeList(std::list<AudioEffect>* modes)
     if (reply == nullptr) {
         return;
     }
-    createSoundEffectList(modes, Receive<Here>(reply, "(i)"));
+    createSoundEffectList(modes, Receive<Here>(reply, kNumber));
     for (const AudioEffect mode : *modes) {
         LOG_POINT(DLOG_INFO, "GetModeList MODE: %d", mode);
     }
@@ -827,7 +849,7 @@ int ZAVServiceAPI::getSCL(SCLSpkInfo* out)
 
 model_name ZAVServiceAPI::m_HashModelName(const char* name)
 {
-    const auto found = hashMapModelToCode.find(name);
+    const auto found = hashMapModelToCode.find(std::string(name)); // throws on NULL
     return found == hashMapModelToCode.end() ? MODEL_NAME_UNKNOWN : found->second;
 }
 
@@ -836,7 +858,7 @@ int ZAVServiceAPI::SetCapabilityCommonTunnelExternal(commonTunnel_external_id_e 
     LOG_SITE(Here);
     Announce<Here>(id);
     const auto parameters = [id] { return g_variant_new("(i)", id); };
-    return Exchange<Here>("setCapabilityViaCommonTunnel", parameters, "(b)").end ==
+    return Exchange<Here>("setCapabilityViaCommonTunnel", parameters, kFlag).end ==
                    Outcome::answered
                ? 0
                : -1;
@@ -851,7 +873,7 @@ int ZAVServiceAPI::GetCapabilityCommonTunnelExternal(commonTunnel_external_id_e 
         return -1;
     }
     const auto parameters = [id] { return g_variant_new("(i)", id); };
-    const Outcome outcome = Exchange<Here>("getCapabilityViaCommonTunnel", parameters, "(i)");
+    const Outcome outcome = Exchange<Here>("getCapabilityViaCommonTunnel", parameters, kNumber);
     if (outcome.end != Outcome::answered) {
         return -1;
     }
@@ -871,7 +893,7 @@ bool ZAVServiceAPI::SendDataToCommonTunnelExternal(const unsigned char* data, in
                              Load(ReceiveExternalDataViaCommonTunnel_id));
     };
     // A missing reply counts as sent.
-    return Exchange<Here>("sendExternalDataViaCommonTunnel", parameters, "(b)").end !=
+    return Exchange<Here>("sendExternalDataViaCommonTunnel", parameters, kFlag).end !=
            Outcome::refused;
 }
 
@@ -892,7 +914,7 @@ void ZAVServiceAPI::DataReceivedFromSpkViaSPDIF(const unsigned char* data, int l
     const int sent = std::min(length, kSpdifLength);
     Exchange<Here>(
         "ReceivedDataFromSpdif",
-        [data, sent] { return g_variant_new("(@ayi)", Bytes(data, sent), sent); }, "(b)");
+        [data, sent] { return g_variant_new("(@ayi)", Bytes(data, sent), sent); }, kFlag);
 }
 
 void ZAVServiceAPI::SignalSubscribe(ZAVCallBack callback)

@@ -39,7 +39,7 @@
         if (false) {                                                                               \
             __dlog_print(0, level, "ZAV_API", message __VA_OPT__(, ) __VA_ARGS__);                 \
         }                                                                                          \
-        log_point::Write(lumoCodeLocation, level, __FILE_NAME__, name, LOG_POINT_PREFIX message,   \
+        log_point::Write(lumoCodeLocation, level, name, LOG_POINT_PREFIX message,                  \
                          lumo::ArgList(__VA_ARGS__));                                              \
     } while (false)
 
@@ -73,24 +73,33 @@ inline const char* Printable(const lumo::TSLiteral& literal)
     return literal.text;
 }
 
+// Each source file has these of its own, with its own name in them.
+namespace
+{
+
+constexpr std::string_view kPath = __BASE_FILE__;
+constexpr const char* kFile = kPath.data() + kPath.rfind('/') + 1; // rfind() gives -1 for none
+
 /**
  * Both halves of a log point. Out of line: there are many log points and few argument lists.
  * @param format the prefix and the message in one literal
  */
 template <class ArgList>
-[[gnu::noinline]] void Write(const TSCodeLocation& location, int level, const char* file,
-                             const char* function, const char* format, const ArgList& args)
+[[gnu::noinline]] void Write(const TSCodeLocation& location, int level, const char* function,
+                             const char* format, ArgList args)
 {
     args.Apply([&](const auto&... values) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral" // checked where the log point stands
-        __dlog_print(0, level, "ZAV_API", format, file, function, location.line,
+        __dlog_print(0, level, "ZAV_API", format, kFile, function, location.line,
                      Printable(values)...);
 #pragma GCC diagnostic pop
     });
     const lumo::TCLogger logger(location);
     lumo::TSLoggerHelper::Log(location, args, format + sizeof LOG_POINT_PREFIX - 1);
 }
+
+} // namespace
 
 } // namespace log_point
 

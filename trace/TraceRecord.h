@@ -246,20 +246,29 @@ ArgList(const A& a, const B& b)
 /** Writes the trace record of a log point. */
 struct TSLoggerHelper
 {
+    /** Costs one byte test while tracing is off. */
+    template <class ArgList>
+    static void Log(const TSCodeLocation& location, ArgList args, const char* message)
+    {
+        if (TIStorageManagerState::enabled != 0) {
+            Record(location, args, message);
+        }
+    }
+
+private:
     /**
-     * Does nothing while tracing is off. Takes no lock: two threads that fire the same new log
-     * point at once both register it, and the last identifier stays.
+     * Takes no lock: two threads that fire the same new log point at once both register it, and
+     * the last identifier stays. Out of line, so that it costs nothing while tracing is off.
      */
     template <class ArgList>
-    static void Log(const TSCodeLocation& location, const ArgList& args, const char* message)
+    [[gnu::noinline]] static void Record(const TSCodeLocation& location, ArgList args,
+                                         const char* message)
     {
-        if (TIStorageManagerState::enabled == 0) {
-            return;
-        }
         TIStorageManager& manager = TIStorageManager::Instance();
         const std::atomic_ref<uint32_t> id(*location.locationId);
         if (id.load(std::memory_order_relaxed) == 0) {
-            id.store(Register(manager, location, args, message), std::memory_order_relaxed);
+            id.store(Register(manager, location, message, Describe<ArgList>, &args),
+                     std::memory_order_relaxed);
         }
         TCStorage& storage = manager.Storage();
         TCThreadHandle* const thread = storage.ThreadHandle();
@@ -275,21 +284,25 @@ struct TSLoggerHelper
         });
     }
 
-private:
-    /** Once for each log point: out of the way of the records. */
     template <class ArgList>
-    [[gnu::noinline, gnu::cold]] static uint32_t Register(TIStorageManager& manager,
-                                                          const TSCodeLocation& location,
-                                                          const ArgList& args, const char* message)
+    static void Describe(const TSArgTypesHelper& describe, const void* args)
+    {
+        static_cast<const ArgList*>(args)->Apply([&describe](const auto&... values) {
+            [[maybe_unused]] unsigned index = 0;
+            (describe(index++, values), ...);
+        });
+    }
+
+    /** Once for each log point: out of the way of the records, and one for all argument lists. */
+    [[gnu::noinline, gnu::cold]] static uint32_t
+    Register(TIStorageManager& manager, const TSCodeLocation& location, const char* message,
+             void (*describe)(const TSArgTypesHelper&, const void*), const void* args)
     {
         TCCallLocation call;
         call.file = location.file;
         call.line = location.line;
         call.id = manager.NewLocationId();
-        args.Apply([describe = TSArgTypesHelper{call}](const auto&... values) {
-            unsigned index = 0;
-            (describe(index++, values), ...);
-        });
+        describe(TSArgTypesHelper{call}, args);
         call.function = location.function;
         call.message = message;
         manager.Storage().SaveLocation(call);
