@@ -137,7 +137,7 @@ protected:
     static std::string AskBus(GDBusConnection* from, const char* method, GVariant* arguments)
     {
         g_autoptr(GError) error = nullptr;
-        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        [[maybe_unused]] g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             from, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method,
             arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
         g_autofree char* name = error == nullptr ? nullptr : g_dbus_error_get_remote_error(error);
@@ -147,7 +147,7 @@ protected:
     /** An unprivileged user sends a signal of the service's, to all and to the application. */
     void Forge(const char* signal, GVariant* body)
     {
-        g_autoptr(GVariant) kept = g_variant_ref_sink(body);
+        [[maybe_unused]] g_autoptr(GVariant) kept = g_variant_ref_sink(body);
         const Connection forger = ConnectAsNobody();
         ASSERT_NE(nullptr, forger);
         for (const char* receiver :
