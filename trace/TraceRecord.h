@@ -40,7 +40,7 @@ namespace lumo
 struct TSLiteral
 {
     const char* text;
-    unsigned length;
+    unsigned size; ///< encoded, known when compiling
 };
 
 /** How an argument of type T is described and stored; this one: whole numbers. */
@@ -140,7 +140,7 @@ struct TSLogArgHelper<char*, void> : TSLogArgHelper<char const*>
 template <>
 struct TSLogArgHelper<TSLiteral, void> : TSLogArgHelper<char const*>
 {
-    static constexpr unsigned Size(const TSLiteral& literal) { return SizeOf(literal.length); }
+    static constexpr unsigned Size(const TSLiteral& literal) { return literal.size; }
 
     static unsigned Store(const TSLiteral& literal, unsigned size, unsigned char* out)
     {
@@ -222,7 +222,7 @@ const T& Held(const T& value)
 template <size_t N>
 constexpr TSLiteral Held(const char (&text)[N])
 {
-    return {text, static_cast<unsigned>(N - 1)};
+    return {text, TSLogArgHelper<char const*>::SizeOf(N - 1)};
 }
 
 inline TCArgList0 ArgList()

@@ -6,6 +6,7 @@
  */
 #include "dlog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -21,6 +22,7 @@ namespace
 {
 
 constexpr int Nowhere = -1;
+constexpr size_t kUsualLength = 512; // of a line; a longer one costs an allocation
 
 int OpenOutput()
 {
@@ -47,33 +49,63 @@ int Output()
     return output;
 }
 
-std::string Prefix(int priority, const char* tag)
+/** Date and time of day. Worked out once a second: it costs more than the rest of a line. */
+std::string_view DateTime(time_t now)
+{
+    static constinit thread_local struct
+    {
+        time_t second = -1;
+        char text[20] = {};
+    } last;
+    if (last.second != now) {
+        tm local{};
+        localtime_r(&now, &local);
+        std::strftime(last.text, sizeof last.text, "%F %T", &local);
+        last.second = now;
+    }
+    return last.text;
+}
+
+/** @return the end of what was written; the longest tag that fits leaves room for a message */
+char* WritePrefix(char* out, int priority, std::string_view tag)
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    char day[32];
-    std::strftime(day, sizeof day, "%F %T", &local);
-
+    const auto millisecond = static_cast<unsigned>(now.tv_nsec / 1'000'000);
     constexpr std::string_view letters = "??VDIWEF";
     const auto index = static_cast<unsigned>(priority);
-    char text[64];
-    std::snprintf(text, sizeof text, "%s.%03ld %c ", day, now.tv_nsec / 1'000'000,
-                  index < letters.size() ? letters[index] : '?');
-    return std::string(text) + tag + ": ";
+    const auto Append = [&out](std::string_view text) { out += text.copy(out, text.size()); };
+    Append(DateTime(now.tv_sec));
+    *out++ = '.';
+    for (const unsigned digit : {millisecond / 100, millisecond / 10 % 10, millisecond % 10}) {
+        *out++ = static_cast<char>('0' + digit);
+    }
+    *out++ = ' ';
+    *out++ = index < letters.size() ? letters[index] : '?';
+    *out++ = ' ';
+    Append(tag.substr(0, kUsualLength / 2));
+    Append(": ");
+    return out;
 }
 
-/** One call is one line: no line break inside the message, none doubled at its end. */
-void AppendMessage(std::string& line, std::string_view message)
+/**
+ * One call is one line: no line break inside the message, none doubled at its end.
+ * @return the end of the line
+ */
+char* EndLine(char* message, char* end)
 {
-    while (message.ends_with('\n')) {
-        message.remove_suffix(1);
+    while (end > message && end[-1] == '\n') {
+        --end;
     }
-    for (char c : message) {
-        line += c == '\n' || c == '\r' ? ' ' : c;
+    for (const char separator : {'\n', '\r'}) {
+        for (char* at = message;
+             (at = static_cast<char*>(std::memchr(at, separator, static_cast<size_t>(end - at)))) !=
+             nullptr;) {
+            *at = ' ';
+        }
     }
-    line += '\n';
+    *end++ = '\n';
+    return end;
 }
 
 /** A single write for the whole line keeps lines apart; only an interrupted one takes another. */
@@ -102,19 +134,27 @@ int __dlog_print(int, int priority, const char* tag, const char* format, ...)
         return 0;
     }
 
-    char* message = nullptr;
+    char usual[kUsualLength];
+    char* message = WritePrefix(usual, priority, tag);
+    const auto prefix = static_cast<size_t>(message - usual);
     std::va_list arguments;
     va_start(arguments, format);
-    const int length = vasprintf(&message, format, arguments);
-    va_end(arguments);
-
-    int result = -1;
-    if (length >= 0) {
-        std::string line = Prefix(priority, tag);
-        AppendMessage(line, {message, static_cast<std::size_t>(length)});
-        std::free(message);
-        result = Write(output, line);
+    std::va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(message, sizeof usual - prefix, format, arguments);
+    std::string longer;
+    char* line = usual;
+    if (length >= 0 && prefix + static_cast<size_t>(length) >= sizeof usual) {
+        longer.assign(usual, prefix);
+        longer.resize(prefix + static_cast<size_t>(length) + 1);
+        line = longer.data();
+        std::vsnprintf(line + prefix, longer.size() - prefix, format, again);
     }
+    va_end(again);
+    va_end(arguments);
+    message = line + prefix;
+    const char* end = EndLine(message, message + std::max(length, 0));
+    const int result = Write(output, {line, static_cast<size_t>(end - line)});
     errno = callersErrno;
     return result;
 }
