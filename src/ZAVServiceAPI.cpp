@@ -233,6 +233,11 @@ Outcome Exchange(const char* method, const Parameters& parameters, const ReplyTy
 
 constexpr auto kNoParameters = []() -> GVariant* { return nullptr; };
 
+auto OneInteger(int value)
+{
+    return [value] { return g_variant_new("(i)", value); };
+}
+
 template <class Site>
 int Query(const ReplyType& type, Failure failure)
 {
@@ -244,8 +249,7 @@ template <class Site, class T>
 int Set(T announced, int sent)
 {
     Announce<Site>(announced);
-    const auto parameters = [sent] { return g_variant_new("(i)", sent); };
-    return Exchange<Site>(Site::Name(), parameters, kNumber).Or(kMinusOne);
+    return Exchange<Site>(Site::Name(), OneInteger(sent), kNumber).Or(kMinusOne);
 }
 
 template <class Site>
@@ -352,7 +356,7 @@ gboolean Widened(const bool& value)
     return static_cast<gboolean>(reinterpret_cast<const unsigned char&>(value) != 0);
 }
 
-/** Appends the records of a "GetSCL" reply; returns their number, -1 when it carries none. */
+/** Takes the records out of a "GetSCL" reply; returns their number, -1 when it carries none. */
 template <class Site>
 int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
 {
@@ -857,11 +861,8 @@ int ZAVServiceAPI::SetCapabilityCommonTunnelExternal(commonTunnel_external_id_e 
 {
     LOG_SITE(Here);
     Announce<Here>(id);
-    const auto parameters = [id] { return g_variant_new("(i)", id); };
-    return Exchange<Here>("setCapabilityViaCommonTunnel", parameters, kFlag).end ==
-                   Outcome::answered
-               ? 0
-               : -1;
+    const Outcome outcome = Exchange<Here>("setCapabilityViaCommonTunnel", OneInteger(id), kFlag);
+    return outcome.end == Outcome::answered ? 0 : -1;
 }
 
 int ZAVServiceAPI::GetCapabilityCommonTunnelExternal(commonTunnel_external_id_e id, int* capability)
@@ -872,8 +873,7 @@ int ZAVServiceAPI::GetCapabilityCommonTunnelExternal(commonTunnel_external_id_e 
         LOG_POINT(DLOG_ERROR, "Wrong parameter  %p", static_cast<const void*>(capability));
         return -1;
     }
-    const auto parameters = [id] { return g_variant_new("(i)", id); };
-    const Outcome outcome = Exchange<Here>("getCapabilityViaCommonTunnel", parameters, kNumber);
+    const Outcome outcome = Exchange<Here>("getCapabilityViaCommonTunnel", OneInteger(id), kNumber);
     if (outcome.end != Outcome::answered) {
         return -1;
     }

@@ -297,4 +297,19 @@ TEST(ModelNames, AreFoundByteForByte)
     EXPECT_THROW(Api::m_HashModelName(nullptr), std::logic_error);
 }
 
+TEST(ModelNames, HaveEachCodeOnceAndInTheRangeOfTheirGroup)
+{
+    const std::tuple<std::string, int, int> groups[] = {
+        {"SOUNDBAR_A", 0, 5}, {"SPEAKER_W", 5, 9}, {"SOUNDBAR_B", 16, 10}};
+    for (const auto& [group, first, count] : groups) {
+        std::vector<int> codes(static_cast<size_t>(count));
+        std::vector<int> found;
+        std::iota(codes.begin(), codes.end(), first);
+        for (int i = 1; i <= count; ++i) {
+            found.push_back(Api::m_HashModelName((group + std::to_string(i)).c_str()));
+        }
+        EXPECT_TRUE(std::is_permutation(codes.begin(), codes.end(), found.begin())) << group;
+    }
+}
+
 } // namespace
