@@ -82,11 +82,13 @@ constexpr const char* kFile = kPath.data() + kPath.rfind('/') + 1; // rfind() gi
 
 /**
  * Both halves of a log point. Out of line: there are many log points and few argument lists.
+ * Without a stack protector, for it has no array that could overflow.
  * @param format the prefix and the message in one literal
  */
 template <class ArgList>
-[[gnu::noinline]] void Write(const TSCodeLocation& location, int level, const char* function,
-                             const char* format, ArgList args)
+__attribute__((noinline, no_stack_protector)) void Write(const TSCodeLocation& location, int level,
+                                                         const char* function, const char* format,
+                                                         ArgList args)
 {
     args.Apply([&](const auto&... values) {
 #pragma GCC diagnostic push

@@ -273,14 +273,15 @@ private:
         TCStorage& storage = manager.Storage();
         TCThreadHandle* const thread = storage.ThreadHandle();
         args.Apply([&]<class... T>(const T&... values) {
-            const unsigned size = (0U + ... + TSLogArgHelper<T>::Size(values));
-            unsigned char* out =
-                storage.PrepareCallBuffer(thread, size, 1, id.load(std::memory_order_relaxed));
-            if (out != nullptr) {
-                ((out += TSLogArgHelper<T>::Store(values, TSLogArgHelper<T>::Size(values), out)),
-                 ...);
-                storage.Commit(thread);
-            }
+            const auto write = [&](auto... sizes) { // the length of a text is looked for once
+                unsigned char* out = storage.PrepareCallBuffer(thread, (0U + ... + sizes), 1,
+                                                               id.load(std::memory_order_relaxed));
+                if (out != nullptr) {
+                    ((out += TSLogArgHelper<T>::Store(values, sizes, out)), ...);
+                    storage.Commit(thread);
+                }
+            };
+            write(TSLogArgHelper<T>::Size(values)...);
         });
     }
 
