@@ -8,7 +8,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <span>
 #include <string_view>
 #include <unistd.h>
 
@@ -356,9 +358,12 @@ gboolean Widened(const bool& value)
     return static_cast<gboolean>(reinterpret_cast<const unsigned char&>(value) != 0);
 }
 
-/** Takes the records out of a "GetSCL" reply; returns their number, -1 when it carries none. */
+/** Takes records over in place of those taken over before. */
+using TakeSpeakers = std::function<void(const SCLSpkInfo* records, size_t count)>;
+
+/** Hands over the records of a "GetSCL" reply; returns their number, -1 when it carries none. */
 template <class Site>
-int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
+int ReadSpeakers(GVariant* reply, const TakeSpeakers& take)
 {
     if (g_variant_n_children(reply) == 0) {
         LOG_POINT_FOR(Site, DLOG_ERROR, "pTuple is NULL");
@@ -379,14 +384,34 @@ int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
     if (length / sizeof(SCLSpkInfo) > ZAV_MAX_SPEAKERS) {
         std::abort();
     }
-    const auto count = static_cast<int>(length / sizeof(SCLSpkInfo));
-    const auto* records = static_cast<const SCLSpkInfo*>(bytes);
-    list.assign(records, records + count);
-    for (int i = 0; i < count; ++i) {
-        const int type = list[static_cast<size_t>(i)].m_Connecttype;
-        LOG_POINT_FOR(Site, DLOG_INFO, "spk[%d]: m_Connecttype: %d", i + 1, type);
+    const std::span records(static_cast<const SCLSpkInfo*>(bytes), length / sizeof(SCLSpkInfo));
+    take(records.data(), records.size());
+    int number = 0;
+    for (const SCLSpkInfo& record : records) {
+        const int type = record.m_Connecttype;
+        LOG_POINT_FOR(Site, DLOG_INFO, "spk[%d]: m_Connecttype: %d", ++number, type);
     }
-    return count;
+    return number;
+}
+
+/** Both forms of the list: the records go straight to where the caller wants them. */
+int GetSCL(const TakeSpeakers& take)
+{
+    // To who reads the log both are one operation.
+    LOG_SITE_AS(Here, "static int ZAVServiceAPI::GetSCL(std::vector<SCLSpkInfo>&)");
+    Announce<Here>();
+    const Turn<Here> turn;
+    if (!turn) {
+        return 0;
+    }
+    take(nullptr, 0);
+    g_autoptr(GVariant) reply = Call<Here>(Here::Name(), nullptr);
+    if (reply == nullptr) {
+        return 0;
+    }
+    const int size = ReadSpeakers<Here>(reply, take);
+    LOG_POINT_FOR(Here, DLOG_INFO, "Speaker Size[%d]", size);
+    return size;
 }
 
 /** Whether there are bytes to send. */
@@ -827,28 +852,15 @@ int ZAVServiceAPI::InitSpeakerManager(SpeakerManagerState* state)
 
 int ZAVServiceAPI::GetSCL(std::vector<SCLSpkInfo>& list)
 {
-    LOG_SITE(Here);
-    Announce<Here>();
-    const Turn<Here> turn;
-    if (!turn) {
-        return 0;
-    }
-    list.clear();
-    g_autoptr(GVariant) reply = Call<Here>(Here::Name(), nullptr);
-    if (reply == nullptr) {
-        return 0;
-    }
-    const int size = ReadSpeakers<Here>(reply, list);
-    LOG_POINT(DLOG_INFO, "Speaker Size[%d]", size);
-    return size;
+    return ::GetSCL([&list](const SCLSpkInfo* records, size_t count) {
+        list.assign(records, records + count);
+    });
 }
 
 int ZAVServiceAPI::getSCL(SCLSpkInfo* out)
 {
-    std::vector<SCLSpkInfo> list;
-    const int size = GetSCL(list);
-    std::copy(list.begin(), list.end(), out);
-    return size;
+    return ::GetSCL(
+        [out](const SCLSpkInfo* records, size_t count) { std::copy_n(records, count, out); });
 }
 
 model_name ZAVServiceAPI::m_HashModelName(const char* name)
