@@ -11,8 +11,10 @@ namespace fake
 Outcome bus = Outcome::works;
 Outcome proxy = Outcome::works;
 std::string reply;
+GVariant* replyValue = nullptr;
 int lockFailures = 0;
 bool locked = false;
+bool noting = true;
 std::vector<Subscription> subscriptions;
 
 namespace
@@ -20,6 +22,7 @@ namespace
 
 std::vector<std::string> actions;
 int repliesAlive = 0;
+GMutex* lock = nullptr; // the one that was taken last
 
 template <class T>
 T* Make(Outcome outcome, GError** error)
@@ -39,7 +42,10 @@ void NoteCall(const std::string& verb, const gchar* method, GVariant* parameters
     g_autofree gchar* text = nullptr;
     if (parameters != nullptr) {
         g_autoptr(GVariant) body = g_variant_ref_sink(parameters);
-        text = g_variant_print(body, TRUE);
+        text = noting ? g_variant_print(body, TRUE) : nullptr;
+    }
+    if (!noting) {
+        return;
     }
     actions.push_back(verb + " " + method + " " + (text != nullptr ? text : "none") + " " +
                       std::to_string(timeout) + (locked ? "" : " without the lock"));
@@ -61,21 +67,31 @@ GVariant* CountedReply(const std::string& text)
 {
     g_autoptr(GVariant) value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr);
     g_assert_nonnull(value);
+    return CountedReply(g_variant_get_type(value), g_variant_get_data(value),
+                        g_variant_get_size(value));
+}
+
+GVariant* CountedReply(const GVariantType* type, gconstpointer bytes, gsize size)
+{
     ++repliesAlive;
-    const gsize size = g_variant_get_size(value);
-    gpointer copy = g_memdup2(g_variant_get_data(value), size);
+    gpointer copy = g_memdup2(bytes, size);
     const auto gone = [](gpointer block) {
         g_free(block);
         --repliesAlive;
     };
-    return g_variant_ref_sink(
-        g_variant_new_from_data(g_variant_get_type(value), copy, size, TRUE, gone, copy));
+    return g_variant_ref_sink(g_variant_new_from_data(type, copy, size, FALSE, gone, copy));
+}
+
+void FreeLock()
+{
+    g_mutex_unlock(lock);
 }
 
 void Reset()
 {
     bus = proxy = Outcome::works;
     reply.clear();
+    replyValue = nullptr;
     lockFailures = 0;
     actions.clear();
 }
@@ -105,6 +121,9 @@ GVariant* g_dbus_proxy_call_sync(GDBusProxy* /*proxy*/, const gchar* method, GVa
                                  GError** /*error*/)
 {
     fake::NoteCall("call", method, parameters, timeout);
+    if (fake::replyValue != nullptr) {
+        return g_variant_ref(fake::replyValue);
+    }
     return fake::reply.empty() ? nullptr : fake::CountedReply(fake::reply);
 }
 
@@ -136,6 +155,7 @@ gboolean g_mutex_trylock(GMutex* mutex)
         --fake::lockFailures;
         return FALSE;
     }
+    fake::lock = mutex;
     static const auto real =
         reinterpret_cast<gboolean (*)(GMutex*)>(dlsym(RTLD_NEXT, "g_mutex_trylock"));
     return static_cast<gboolean>(fake::locked = real(mutex) != FALSE);

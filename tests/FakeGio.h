@@ -27,11 +27,20 @@ extern Outcome bus, proxy;
 /** The reply to every call in GVariant text form, e.g. "(5,)"; empty: none comes. */
 extern std::string reply;
 
+/** Instead of it a value, of which every call gets a reference. */
+extern GVariant* replyValue;
+
 /** So many further attempts to take the lock find it held. */
 extern int lockFailures;
 
 /** Whether the library holds the lock. */
 extern bool locked;
+
+/** Frees the lock in the place of a request that was cut short. */
+void FreeLock();
+
+/** Whether the fake notes what the library does; to note takes memory. */
+extern bool noting;
 
 /** What the library did, in order: "bus", "proxy ...", "call GetMode none 5000", "sleep 10000". */
 std::vector<std::string> TakeActions();
@@ -45,6 +54,9 @@ extern std::vector<Subscription> subscriptions;
 
 /** A value whose release AllReleased() sees. */
 GVariant* CountedReply(const std::string& text);
+
+/** The same of bytes, which need not be sound for the type. */
+GVariant* CountedReply(const GVariantType* type, gconstpointer bytes, gsize size);
 
 /** Whether the proxy lock is free and every reply has been released. */
 bool AllReleased();

@@ -158,6 +158,28 @@ bool IsOwned(GDBusConnection* connection)
 
 } // namespace
 
+void IterateUntil(const std::function<bool()>& holds, GMainContext* context)
+{
+    bool late = false;
+    GSource* limit = g_timeout_source_new_seconds(kLimit.count());
+    g_source_set_callback(
+        limit,
+        [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_CONTINUE;
+        },
+        &late, nullptr);
+    g_source_attach(limit, context);
+    while (!holds() && !late) {
+        g_main_context_iteration(context, TRUE);
+    }
+    g_source_destroy(limit);
+    g_source_unref(limit);
+    if (late) {
+        throw std::runtime_error("waited in vain");
+    }
+}
+
 Child::Child(const Arguments& arguments, const Environment& environment)
     : m_process(Spawn(arguments, environment, G_SUBPROCESS_FLAGS_STDOUT_PIPE)),
       m_output(Hold(g_data_input_stream_new(g_subprocess_get_stdout_pipe(m_process.get()))))

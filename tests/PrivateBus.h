@@ -11,6 +11,7 @@
 #include <gio/gio.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,6 +22,9 @@ using Environment = std::map<std::string, std::string>; ///< on top of the test 
 
 /** How long anything may take, also on a busy machine and under a sanitizer. */
 inline constexpr std::chrono::seconds kLimit{30};
+
+/** Serves the context, the default one or another, until the condition holds. */
+void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nullptr);
 
 /** A program that runs beside the test, with its standard output at hand. */
 class Child

@@ -3,15 +3,15 @@
 // The library over a real bus daemon, with the simulated service at the other end.
 #include "PrivateBus.h"
 #include "Recorder.h"
-#include "ZAVServiceAPI.h"
-#include "ZAVServiceBridgeAPI.h"
+#include "Requests.h"
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -19,27 +19,6 @@ namespace
 using Api = ZAVServiceAPI;
 using recorder::Transcript;
 using Lines = std::vector<std::string>;
-
-/** Serves the main context until the condition holds. */
-void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nullptr)
-{
-    bool late = false;
-    GSource* limit = g_timeout_source_new(30'000);
-    g_source_set_callback(
-        limit,
-        [](gpointer flag) -> gboolean {
-            *static_cast<bool*>(flag) = true;
-            return G_SOURCE_CONTINUE;
-        },
-        &late, nullptr);
-    g_source_attach(limit, context);
-    while (!holds() && !late) {
-        g_main_context_iteration(context, TRUE);
-    }
-    g_source_destroy(limit);
-    g_source_unref(limit);
-    EXPECT_FALSE(late) << "in vain";
-}
 
 Lines heard;
 int userData = 0;
@@ -133,26 +112,6 @@ TEST_F(Bus, CarriesEveryRequestToTheService)
         Received());
 }
 
-TEST_F(Bus, CarriesRepliesOfAnyTypeWithoutAWarning)
-{
-    Api::InitDbusConnection();
-    int level = 7;
-    int count = -1;
-    std::vector<SCLSpkInfo> speakers;
-    for (const char* wrong : {"'text'", "()", "(1, 2)", "<5>", "@ay []"}) {
-        for (const char* method :
-             {"GetMode", "IsSoundBarConnected", "GetEqualizerLevel", "GetSCL"}) {
-            service.SetReply(method, wrong);
-        }
-        EXPECT_EQ(AUDIO_EFFECT_STANDARD, Api::GetMode()) << wrong;
-        EXPECT_FALSE(Api::IsSoundBarConnected()) << wrong;
-        Api::GetEqualizerLevel(&level, &count);
-        EXPECT_EQ(7, level) << wrong;
-        EXPECT_EQ(-1, count) << wrong;
-        EXPECT_EQ(-1, Api::GetSCL(speakers)) << wrong;
-    }
-}
-
 TEST_F(Bus, IsReachedAsSoonAsItIsThere)
 {
     bus.Stop();
@@ -164,18 +123,83 @@ TEST_F(Bus, IsReachedAsSoonAsItIsThere)
     EXPECT_EQ(0, Api::InitDbusConnection());
 }
 
-TEST_F(Bus, TellsOfAServiceThatIsGoneAndFindsItAgainOnceTheMainContextRuns)
+/** Every request ends like this, and finds that the one before it has freed its turn. */
+void ExpectOfAll(int Request::*end)
+{
+    for (const Request& one : requests::kAll) {
+        EXPECT_EQ(one.*end, one.run()) << one.name;
+        bool toldOfNoReply = false;
+        for (const std::string& line : recorder::Take()) {
+            EXPECT_NE(0U, line.find("broken:")) << line;
+            EXPECT_EQ(std::string::npos, line.find("busy")) << line;
+            toldOfNoReply |= line.rfind("6 ", 0) == 0 &&
+                             line.find(" > The integer packet received from ZAVService is NULL") !=
+                                 std::string::npos;
+        }
+        EXPECT_EQ(end == &Request::unanswered && !one.reply.empty(), toldOfNoReply) << one.name;
+    }
+}
+
+TEST_F(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
+{
+    const auto Answer = [this] {
+        for (const Request& one : requests::kAll) {
+            if (!one.reply.empty()) {
+                service.SetReply(one.method, one.reply);
+            }
+        }
+    };
+    Api::InitDbusConnection();
+    Answer();
+    ExpectOfAll(&Request::result);
+    for (const Request& one : requests::kAll) {
+        service.SetReply(one.method, "'text'");
+    }
+    ExpectOfAll(&Request::mistyped);
+    for (const Request& one : requests::kAll) {
+        service.SetFailure(one.method, "org.freedesktop.DBus.Error.AccessDenied");
+    }
+    ExpectOfAll(&Request::unanswered);
+    service.Stop();
+    ExpectOfAll(&Request::unanswered);
+    service.Start();
+    Answer();
+    IterateUntil([] { return Api::GetWooferLevel() != -1; }); // the proxy learns of it there
+    recorder::Take();
+    ExpectOfAll(&Request::result);
+    g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
+    bus.Stop();
+    ExpectOfAll(&Request::unanswered);
+}
+
+TEST_F(Bus, IsOutOfReachForAForkedChildAndStaysInReachForItsParent)
 {
     Api::InitDbusConnection();
+    const pid_t child = fork();
+    if (child == 0) { // no answer within 5 s, for nobody is there to send the request
+        _exit(Api::GetWooferLevel() == -1 && Api::SetWooferLevel(1) == -1 ? 0 : 1);
+    }
     EXPECT_EQ(-3, (Api::SetWooferLevel(-3), Api::GetWooferLevel()));
-    service.Stop();
-    EXPECT_EQ(-1, Api::GetWooferLevel());
-    service.Start();
-    IterateUntil([] { return Api::GetWooferLevel() != -1; });
-    service.SetFailure("GetWooferLevel", "org.freedesktop.DBus.Error.AccessDenied");
-    EXPECT_EQ(-1, Api::GetWooferLevel());
-    EXPECT_EQ("6 GetWooferLevel > The integer packet received from ZAVService is NULL",
-              recorder::Take().back());
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ((Lines{"SetWooferLevel (-3,)", "GetWooferLevel ()"}), Received());
+}
+
+TEST_F(Bus, KeepsSignalsForAProgramThatDoesNotListenYet)
+{
+    Api::InitDbusConnection();
+    Api::ExtSpkSetSoundModeChangedCb([](int mode, void*) { heard.push_back(std::to_string(mode)); },
+                                     nullptr);
+    Lines sent;
+    for (int mode = 0; mode < 500; ++mode) {
+        sent.push_back(std::to_string(mode));
+        service.Emit("SetCbSoundModeChange", "(" + sent.back() + ",)");
+    }
+    EXPECT_EQ(AUDIO_EFFECT_STANDARD, Api::GetMode());
+    EXPECT_EQ(Lines{}, heard);
+    IterateUntil([&sent] { return heard.size() == sent.size(); });
+    EXPECT_EQ(sent, heard);
 }
 
 TEST_F(Bus, FreesTheTurnOfARequestThatIsNotAnsweredInTime)
@@ -318,3 +342,11 @@ TEST_F(Bus, DeliversSignalsOnTheContextOfTheThreadThatConnected)
 }
 
 } // namespace
+
+int main(int argc, char** argv)
+{
+    char itself[] = ZAV_ITSELF; // what a death test of that style starts again
+    argv[0] = itself;
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// What the built library holds: its exports and its log points, read from its symbol tables.
+// The built library as a loaded object: its exports and its log points, read from its symbol
+// tables, and how long it stays.
+#include "PrivateBus.h"
 #include "lumo.h"
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <dlfcn.h>
 #include <fstream>
@@ -14,6 +17,9 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -62,7 +68,7 @@ TEST(Exports, AreThoseOfTheHeaderInItsOrderAndTheClass)
 
     std::set<std::string> symbols;
     for (const std::string& name :
-         Matches(Output("nm -D --defined-only " ZAV_LIBRARY), R"( [A-Za-z] (\S+)\n)")) {
+         Matches(Output(ZAV_NM " -D --defined-only " ZAV_LIBRARY), R"( [A-Za-z] (\S+)\n)")) {
         if (name.rfind("_ZN13ZAVServiceAPI", 0) != 0) {
             symbols.insert(name);
         }
@@ -76,7 +82,7 @@ std::vector<const TSCodeLocation*> LogPoints()
     EXPECT_NE(nullptr, loaded) << dlerror();
     std::vector<const TSCodeLocation*> points;
     for (const std::string& address :
-         Matches(Output("nm " ZAV_LIBRARY), R"(([0-9a-f]+) \w \S*lumoCodeLocation\S*\n)")) {
+         Matches(Output(ZAV_NM " " ZAV_LIBRARY), R"(([0-9a-f]+) \w \S*lumoCodeLocation\S*\n)")) {
         points.push_back(reinterpret_cast<const TSCodeLocation*>(loaded->l_addr +
                                                                  std::stoul(address, nullptr, 16)));
     }
@@ -116,6 +122,56 @@ TEST(LogPoints, AreCountedByLevelAndEachIsItsOperationsOwn)
     EXPECT_EQ(7U, lines["static bool ZAVServiceAPI::IsSoundBarConnected()"].size());
     EXPECT_EQ(1U, lines["int IsSoundBarConnected()"].size());
     EXPECT_EQ(8U, lines["static void ZAVServiceAPI::GetEqualizerLevel(int*, int*)"].size());
+}
+
+std::atomic<int> heard = 0;
+
+/** Opens the library, connects and subscribes. */
+void* Listen()
+{
+    setenv("ZAV_LOG", "off", 1);
+    void* library = dlopen(ZAV_LIBRARY, RTLD_NOW);
+    const auto connect = reinterpret_cast<int (*)()>(dlsym(library, "InitDbusConnection"));
+    EXPECT_EQ(0, connect());
+    using Subscribe = void (*)(void (*callback)());
+    reinterpret_cast<Subscribe>(dlsym(library, "SignalSubscribe"))([] { ++heard; });
+    return library;
+}
+
+TEST(Library, StaysWhenItIsClosedWhileSubscribed)
+{
+    const PrivateBus bus;
+    Simulator service{bus};
+    dlclose(Listen());
+    service.Emit("InvokeSignalHandler");
+    IterateUntil([] { return heard == 1; });
+}
+
+TEST(Library, LetsAProgramEndWhileSignalsArrive)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const PrivateBus bus;
+        Simulator service{bus};
+        Listen();
+        std::thread([&service] {
+            for (;;) {
+                service.Emit("InvokeSignalHandler");
+            }
+        }).detach();
+        std::thread([] {
+            for (;;) {
+                g_main_context_iteration(nullptr, TRUE);
+            }
+        }).detach();
+        while (heard < 100) {
+            std::this_thread::yield();
+        }
+        exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
 }
 
 } // namespace

@@ -206,79 +206,9 @@ TEST_F(Speakers, AreFiftyAtTheMost)
     EXPECT_EXIT(GetSCL(out), testing::KilledBySignal(SIGABRT), "");
 }
 
-/** One of the four requests that carry a device's identifier or bytes. */
-struct TunnelRow
-{
-    const char* name;
-    int (*run)();
-    int announced;
-    const char* call;
-    const char* reply;
-    int received, refused, unanswered, answered;
-};
-
-void PrintTo(const TunnelRow& one, std::ostream* out)
-{
-    *out << one.name;
-}
-
-unsigned char kBytes[300] = {1, 2, 3};
+const unsigned char kBytes[300] = {1, 2, 3};
 constexpr auto kId = static_cast<commonTunnel_external_id_e>(5);
 int capability = 0;
-
-const TunnelRow kRows[] = {
-    {"SetCapabilityCommonTunnelExternal",
-     [] { return Api::SetCapabilityCommonTunnelExternal(kId); }, 5,
-     "call setCapabilityViaCommonTunnel (5,) 5000", "(false,)", 0, -1, -1, 0},
-    {"GetCapabilityCommonTunnelExternal",
-     [] { return Api::GetCapabilityCommonTunnelExternal(kId, &capability); }, 5,
-     "call getCapabilityViaCommonTunnel (5,) 5000", "(77,)", 77, -1, -1, 0},
-    {"SendDataToCommonTunnelExternal",
-     [] { return int(Api::SendDataToCommonTunnelExternal(kBytes, 3)); }, 3,
-     "call sendExternalDataViaCommonTunnel ([byte 0x01, 0x02, 0x03], 3, 16) 5000", "(false,)", 0, 0,
-     1, 1},
-    {"DataReceivedFromSpkViaSPDIF",
-     [] {
-         Api::DataReceivedFromSpkViaSPDIF(kBytes, 3);
-         return 0;
-     },
-     3, "call ReceivedDataFromSpdif ([byte 0x01, 0x02, 0x03], 3) 5000", "(true,)", 1, 0, 0, 0},
-};
-
-class Tunnel : public Boundary, public testing::WithParamInterface<TunnelRow>
-{
-protected:
-    ~Tunnel() override { capability = 0; }
-};
-
-TEST_P(Tunnel, RequestsTakeEveryPath)
-{
-    const TunnelRow& row = GetParam();
-    const Lines lines{row.name};
-    EXPECT_EQ(row.refused, row.run());
-    EXPECT_EQ((Transcript{lines.Announced(row.announced), lines.NoProxy()}), recorder::Take());
-    Connect();
-    fake::lockFailures = 100;
-    EXPECT_EQ(row.refused, row.run());
-    EXPECT_EQ(lines.GivenUp(lines.Announced(row.announced)), recorder::Take());
-    fake::TakeActions();
-    EXPECT_EQ(row.unanswered, row.run());
-    EXPECT_EQ((Transcript{lines.Announced(row.announced), lines.Returned(), lines.NoReply()}),
-              recorder::Take());
-    EXPECT_EQ(0, capability);
-    for (const auto& [reply, received] :
-         {std::pair{row.reply, row.received}, std::pair{"('other',)", 0}}) {
-        fake::reply = reply;
-        EXPECT_EQ(row.answered, row.run());
-        EXPECT_EQ((Transcript{lines.Announced(row.announced), lines.Returned(),
-                              lines.Received(received)}),
-                  recorder::Take());
-    }
-    EXPECT_EQ(Actions(3, row.call), fake::TakeActions());
-}
-
-INSTANTIATE_TEST_SUITE_P(All, Tunnel, testing::ValuesIn(kRows),
-                         [](const auto& row) { return row.param.name; });
 
 class TunnelData : public Boundary
 {

@@ -1,77 +1,27 @@
 // SPDX-License-Identifier: MIT
 //
-// The sixteen scalar requests on every path, as whole transcripts: one table, one test for a path.
+// The twenty requests that log nothing but the common lines, on every path, as whole transcripts:
+// one table, one test for a path.
 #include "Boundary.h"
+#include "Requests.h"
 
 #include <algorithm>
 
 namespace
 {
 
-struct Row
-{
-    const char* name;      // of the method, on the wire and in the log
-    const char* signature; // as the compiler writes it
-    int (*run)();
-    const char* announced; // argument in the announce line, "" for a getter
-    const char* sent;      // body of the call
-    const char* reply;     // a good one
-    int received, result, refused, unanswered;
-};
-
-void PrintTo(const Row& one, std::ostream* out)
-{
-    *out << one.name;
-}
-
-const Row kRows[] = {
-    {"IsSoundBarConnected", "static bool ZAVServiceAPI::IsSoundBarConnected()",
-     [] { return int(Api::IsSoundBarConnected()); }, "", "none", "(true,)", 1, 1, 0, 0},
-    {"GetSpeakerSelection", "static int ZAVServiceAPI::GetSpeakerSelection()",
-     [] { return Api::GetSpeakerSelection(); }, "", "none", "(3,)", 3, 3, -1, 0},
-    {"SetSpeakerSelection", "static int ZAVServiceAPI::SetSpeakerSelection(int)",
-     [] { return Api::SetSpeakerSelection(2); }, "2", "(2,)", "(0,)", 0, 0, -1, -1},
-    {"GetWooferLevel", "static int ZAVServiceAPI::GetWooferLevel()",
-     [] { return Api::GetWooferLevel(); }, "", "none", "(-6,)", -6, -6, -1, -1},
-    {"SetWooferLevel", "static int ZAVServiceAPI::SetWooferLevel(int)",
-     [] { return Api::SetWooferLevel(-3); }, "-3", "(-3,)", "(7,)", 7, 7, -1, -1},
-    {"GetWooferState", "static woofer_state_e ZAVServiceAPI::GetWooferState()",
-     [] { return int(Api::GetWooferState()); }, "", "none", "(9,)", 9, 9, 0, 0},
-    {"IsZAVReady", "static int ZAVServiceAPI::IsZAVReady()", [] { return Api::IsZAVReady(); }, "",
-     "none", "(1,)", 1, 1, -1, -1},
-    {"SetEarcToZav", "static int ZAVServiceAPI::SetEarcToZav(int)",
-     [] { return Api::SetEarcToZav(4); }, "4", "(4,)", "(0,)", 0, 0, -1, -1},
-    {"SetCorvalaVconf", "static int ZAVServiceAPI::SetCorvalaVconf(int)",
-     [] { return Api::SetCorvalaVconf(5); }, "5", "(5,)", "(0,)", 0, 0, -1, -1},
-    {"RequestPreTrial", "static int ZAVServiceAPI::RequestPreTrial(int)",
-     [] { return Api::RequestPreTrial(6); }, "6", "(6,)", "(2,)", 2, 2, -1, -1},
-    {"IsAvailableEqualizer", "static bool ZAVServiceAPI::IsAvailableEqualizer()",
-     [] { return int(Api::IsAvailableEqualizer()); }, "", "none", "(true,)", 1, 1, 0, 0},
-    {"getQCorvalaAvailable", "static int ZAVServiceAPI::getQCorvalaAvailable()",
-     [] { return Api::getQCorvalaAvailable(); }, "", "none", "(2147483647,)", 2147483647,
-     2147483647, -1, -1},
-    {"IsFeatureSupported", "static feature_support_e ZAVServiceAPI::IsFeatureSupported()",
-     [] { return int(Api::IsFeatureSupported()); }, "", "none", "(12,)", 12, 12, -4, -4},
-    {"SetMode", "static int ZAVServiceAPI::SetMode(AudioEffect)",
-     [] { return Api::SetMode(AUDIO_EFFECT_SOUNDBAR_2); }, "116", "(16,)", "(0,)", 0, 0, -1, -1},
-    {"GetMode", "static AudioEffect ZAVServiceAPI::GetMode()", [] { return int(Api::GetMode()); },
-     "", "none", "(5,)", 5, 105, 117, 117},
-    {"IsAvailableWooferMode", "static bool ZAVServiceAPI::IsAvailableWooferMode()",
-     [] { return int(Api::IsAvailableWooferMode()); }, "", "none", "(false,)", 0, 0, 0, 0},
-};
-
-std::string Announced(const Row& row)
+std::string Announced(const Request& row)
 {
     const Lines lines{row.name};
-    return *row.announced == '\0' ? lines.Announced() : lines.Announced(std::stoi(row.announced));
+    return row.announced.empty() ? lines.Announced() : lines.Announced(std::stoi(row.announced));
 }
 
-std::string Called(const Row& row)
+std::string Called(const Request& row)
 {
-    return std::string("call ") + row.name + " " + row.sent + " 5000";
+    return "call " + row.method + " " + row.sent + " 5000";
 }
 
-class ScalarRequests : public Boundary, public testing::WithParamInterface<Row>
+class ScalarRequests : public Boundary, public testing::WithParamInterface<Request>
 {
 };
 
@@ -81,7 +31,7 @@ class ModeRequests : public Boundary
 
 TEST_P(ScalarRequests, AreRefusedBeforeTheyTouchTheLockWhileThereIsNoProxy)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     Disconnect();
     fake::lockFailures = 1;
     EXPECT_EQ(row.refused, row.run());
@@ -92,7 +42,7 @@ TEST_P(ScalarRequests, AreRefusedBeforeTheyTouchTheLockWhileThereIsNoProxy)
 
 TEST_P(ScalarRequests, AreRefusedAfterAHundredFailedAttempts)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     Connect();
     fake::lockFailures = 100;
     EXPECT_EQ(row.refused, row.run());
@@ -102,7 +52,7 @@ TEST_P(ScalarRequests, AreRefusedAfterAHundredFailedAttempts)
 
 TEST_P(ScalarRequests, AreAnsweredAsSoonAsTheLockIsFree)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     const Lines lines{row.name};
     Connect();
     fake::lockFailures = 2;
@@ -116,7 +66,7 @@ TEST_P(ScalarRequests, AreAnsweredAsSoonAsTheLockIsFree)
 
 TEST_P(ScalarRequests, TellAMissingReply)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     const Lines lines{row.name};
     Connect();
     EXPECT_EQ(row.unanswered, row.run());
@@ -126,12 +76,12 @@ TEST_P(ScalarRequests, TellAMissingReply)
 
 TEST_P(ScalarRequests, TakeAReplyOfAnotherTypeAsZero)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     const Lines lines{row.name};
     Connect();
     for (const char* wrong : {"('text',)", "()", "(1, 2)", "(@x 5,)"}) {
         fake::reply = wrong;
-        EXPECT_EQ(lines.name == "GetMode" ? 100 : 0, row.run()) << wrong;
+        EXPECT_EQ(row.mistyped, row.run()) << wrong;
         EXPECT_EQ((Transcript{Announced(row), lines.Returned(), lines.Received(0)}),
                   recorder::Take())
             << wrong;
@@ -140,11 +90,11 @@ TEST_P(ScalarRequests, TakeAReplyOfAnotherTypeAsZero)
 
 TEST_P(ScalarRequests, HaveSevenLogPointsOfTheirOwn)
 {
-    const Row& row = GetParam();
+    const Request& row = GetParam();
     Disconnect();
     row.run();
     Connect();
-    for (const char* reply : {"", row.reply}) {
+    for (const std::string& reply : {std::string(), row.reply}) {
         fake::reply = reply;
         row.run();
     }
@@ -156,7 +106,15 @@ TEST_P(ScalarRequests, HaveSevenLogPointsOfTheirOwn)
               }));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ScalarRequests, testing::ValuesIn(kRows),
+std::vector<Request> Scalar()
+{
+    std::vector<Request> rows;
+    std::copy_if(requests::kAll.begin(), requests::kAll.end(), std::back_inserter(rows),
+                 [](const Request& one) { return !one.signature.empty(); });
+    return rows;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ScalarRequests, testing::ValuesIn(Scalar()),
                          [](const auto& row) { return row.param.name; });
 
 TEST_F(ModeRequests, ModesTravelInTheServicesNumberingWhateverTheirValue)

@@ -52,6 +52,18 @@ std::string LongLine(int thread, int line)
     return std::to_string(line) + std::string(3000, static_cast<char>('a' + thread));
 }
 
+/** What docs/trace-format.md shows byte by byte. */
+void WriteSample()
+{
+    static uint32_t id = 0;
+    static constexpr TSCodeLocation place{"src/Sample.cpp", 42, "static int Sample::Run(char*)",
+                                          &id};
+    for (const auto& [text, number] : {std::pair<const char*, int>("abc", -7), {nullptr, 100}}) {
+        log_point::Write(place, DLOG_INFO, "Run", LOG_POINT_PREFIX "SID = %s, %d",
+                         lumo::ArgList(text, number));
+    }
+}
+
 void WriteEveryType()
 {
     for (const char* text : {"abc", static_cast<const char*>(nullptr)}) {
@@ -122,7 +134,8 @@ void LogOneLine()
     }
 }
 
-const std::map<std::string, void (*)()> scenes = {{"types", WriteEveryType},
+const std::map<std::string, void (*)()> scenes = {{"sample", WriteSample},
+                                                  {"types", WriteEveryType},
                                                   {"die", WriteAndDie},
                                                   {"fork", WriteAcrossAFork},
                                                   {"full", FillTheStore},
@@ -160,7 +173,7 @@ protected:
     int Play(const std::string& scene, const std::string& environment) const
     {
         const std::string command =
-            environment + " exec /proc/$PPID/exe " + scene + " 2>>" + Path("errors");
+            environment + " exec " ZAV_ITSELF " " + scene + " 2>>" + Path("errors");
         return std::system(command.c_str());
     }
     trace::Store Trace(const std::string& scene, const std::string& limit = "1M",
@@ -222,6 +235,31 @@ TEST_F(StandIns, RenderEveryTypeAsPrintfDoes)
     EXPECT_EQ(location.file + " " + Operation(location), __FILE__ " Run");
     EXPECT_NEAR(static_cast<double>(store.records.front().time) / 1e9,
                 static_cast<double>(std::time(nullptr)), 600);
+}
+
+TEST_F(StandIns, WriteTheDocumentedExampleWhateverTheWordSize)
+{
+    Trace("sample", "20K");
+    const std::string store = Content(Path("trace"));
+    std::ifstream page(ZAV_TRACE_FORMAT);
+    std::string documented, written;
+    for (std::string line; std::getline(page, line);) {
+        if (!line.starts_with("0000")) {
+            continue; // none of the hex dump
+        }
+        const std::size_t start = std::stoul(line, nullptr, 16);
+        for (std::size_t i = 0; i < 16; ++i) {
+            documented += static_cast<char>(
+                std::stoi(line.substr(10 + i / 2 * 5 + i % 2 * 2, 2), nullptr, 16));
+        }
+        written += store.substr(start, 16);
+    }
+    ASSERT_EQ(documented.size(), 15u * 16);
+    // Clock and process; of the run the thread; of three records the time.
+    for (const auto& [at, size] : {std::pair(32u, 12u), {56, 4}, {72, 8}, {192, 8}, {216, 8}}) {
+        written.replace(at, size, documented, at, size);
+    }
+    EXPECT_EQ(documented, written);
 }
 
 TEST_F(StandIns, KeepWhatAKilledProcessCommittedAndNothingElse)

@@ -104,7 +104,7 @@ protected:
     void Play(const std::string& scene)
     {
         const std::string command = "LUMO_TRACE=" + options.file +
-                                    " LUMO_TRACE_LIMIT=52K ZAV_LOG=off /proc/$PPID/exe " + scene;
+                                    " LUMO_TRACE_LIMIT=52K ZAV_LOG=off " ZAV_ITSELF " " + scene;
         ASSERT_EQ(std::system(command.c_str()), 0);
         store = trace::ReadStore(options.file);
     }

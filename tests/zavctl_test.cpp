@@ -207,7 +207,7 @@ TEST_F(Cli, TellsWhyNoAnswerCame)
     ExpectFailure("get mode", 3, "no-answer");
     // A process of one thread is never busy by itself.
     ExpectFailure("get mode", 6, "busy",
-                  {{"LD_PRELOAD", ZAV_ALWAYS_BUSY}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+                  {{ZAV_PRELOAD, ZAV_ALWAYS_BUSY}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
     service.Stop();
     ExpectFailure("get mode|status|equalizer 1 2|init-manager|sim calls|tunnel status|"
                   "wait --timeout 0",
@@ -227,11 +227,11 @@ TEST(CliOnAnotherBus, TellsThatTheBusDeniesAccess)
 
 TEST(CliOnAnotherBus, WaitsWithoutStartingTheService)
 {
-    const std::string folder = testing::TempDir() + "zavctl-activation";
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder + "/org.kelmar.tv.zav.service")
+    PrivateBus bus("<servicedir>.</servicedir>"); // the bus's own folder
+    std::ofstream(testing::TempDir() + "org.kelmar.tv.zav.service")
         << "[D-BUS Service]\nName=org.kelmar.tv.zav\nUser=root\nExec=" ZAV_SIM " --quiet\n";
-    const PrivateBus bus("<servicedir>" + folder + "</servicedir>");
+    bus.Stop();
+    bus.Start(); // and reads that file
     ExpectFailure("wait --timeout 0.3", 4, "not-running");
     ExpectDoctor(0, "warn service ");
     EXPECT_EQ("1\n", Zavctl("get ready").out); // a request starts it

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+//
+// GLib's mutex, in front of GLib's: GLib is not built with the thread checker, which without this
+// would not know what the lock orders, and would see races where there are none.
+#include <dlfcn.h>
+#include <glib.h>
+#include <sanitizer/tsan_interface.h>
+
+namespace
+{
+
+template <class Function>
+Function* Real(Function* /*type*/, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+void g_mutex_lock(GMutex* mutex)
+{
+    static const auto real = Real(g_mutex_lock, "g_mutex_lock");
+    real(mutex);
+    __tsan_acquire(mutex);
+}
+
+gboolean g_mutex_trylock(GMutex* mutex)
+{
+    static const auto real = Real(g_mutex_trylock, "g_mutex_trylock");
+    const gboolean taken = real(mutex);
+    if (taken != FALSE) {
+        __tsan_acquire(mutex);
+    }
+    return taken;
+}
+
+void g_mutex_unlock(GMutex* mutex)
+{
+    static const auto real = Real(g_mutex_unlock, "g_mutex_unlock");
+    __tsan_release(mutex);
+    real(mutex);
+}
