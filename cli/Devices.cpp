@@ -22,9 +22,9 @@ std::string Bar(int64_t level, int64_t highest)
 {
     constexpr int half = 20;
     const auto length = static_cast<size_t>(std::abs(level) * half / highest);
-    const std::string bar(length, '#');
-    const std::string blank(half - length, ' ');
-    return level < 0 ? blank + bar + "|" : std::string(half, ' ') + "|" + bar;
+    std::string bar(half, ' ');
+    bar += '|';
+    return level < 0 ? bar.replace(half - length, length, length, '#') : bar.append(length, '#');
 }
 
 int ShowEqualizer(const Options& options)

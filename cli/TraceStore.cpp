@@ -38,7 +38,7 @@ public:
         {
         };
         if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
-            size_ = static_cast<std::size_t>(status.st_size);
+            size_ = static_cast<std::size_t>(std::min<std::int64_t>(status.st_size, LargestStore));
             memory_ = mmap(nullptr, size_, PROT_READ, MAP_SHARED, file, 0);
         }
         const int error = errno;
@@ -236,7 +236,7 @@ private:
             }
             found.push_back({at, header.thread, record,
                              file_.subspan(at + sizeof record, length - sizeof record)});
-            at += Padded(length);
+            at += static_cast<std::size_t>(Padded(length));
         }
         return header.span;
     }
