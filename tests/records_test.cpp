@@ -196,7 +196,7 @@ TEST_F(Speakers, AreFiftyAtTheMost)
     SCLSpkInfo out[51] = {};
     out[50].m_Connecttype = 77;
     EXPECT_EQ(50, GetSCL(out));
-    EXPECT_EQ(77, out[50].m_Connecttype);
+    EXPECT_EQ(77, +out[50].m_Connecttype);
     EXPECT_EQ((size_t{49} * 148) % 256, out[49].opaque1[0]);
     fake::reply = "";
     EXPECT_EQ(0, GetSCL(out));

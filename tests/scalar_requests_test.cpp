@@ -100,10 +100,15 @@ TEST_P(ScalarRequests, HaveSevenLogPointsOfTheirOwn)
     }
     fake::lockFailures = 100;
     row.run();
-    const auto& all = recorder::Locations();
-    EXPECT_EQ(7, std::count_if(all.begin(), all.end(), [&row](const lumo::TCCallLocation& one) {
-                  return one.function == row.signature;
-              }));
+    int points = 0;
+    for (const lumo::TCCallLocation& location : recorder::Locations()) {
+        std::string function = location.function;
+        if (const size_t star = function.find(" *"); star != std::string::npos) {
+            function.erase(star, 1); // as clang writes it
+        }
+        points += function == row.signature;
+    }
+    EXPECT_EQ(7, points);
 }
 
 std::vector<Request> Scalar()
