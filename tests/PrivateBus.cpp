@@ -372,7 +372,7 @@ std::vector<Simulator::Call> Simulator::Calls()
         g_variant_get_child(list, i, "(&sv&s)", &method, &arguments, &sender);
         // No arguments come as an empty array, see Parse().
         const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE("av")) != FALSE;
-        g_autofree char* text = none ? g_strdup("()") : g_variant_print(arguments, FALSE);
+        g_autofree char* text = none ? g_strdup("()") : g_variant_print(arguments, TRUE);
         calls.push_back({method, text, sender});
     }
     return calls;

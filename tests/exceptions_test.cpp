@@ -50,4 +50,29 @@ TEST_P(Exceptions, LeaveNothingBehind)
 INSTANTIATE_TEST_SUITE_P(All, Exceptions, testing::ValuesIn(requests::kAll),
                          [](const auto& one) { return one.param.name; });
 
+using Connecting = Boundary;
+
+TEST_F(Connecting, StartsAgainAfterAnException)
+{
+    size_t failures = 0;
+    for (bool failed = true; failed; failures += failed ? 1 : 0) {
+        size_t count = 0;
+        recorder::onTrace = [&] {
+            if (count++ == failures) {
+                throw std::runtime_error("trace");
+            }
+        };
+        try {
+            EXPECT_EQ(0, Api::InitDbusConnection());
+            failed = false;
+        } catch (const std::runtime_error&) {
+            EXPECT_EQ(nullptr, Api::proxy);
+            EXPECT_FALSE(Api::m_bDBusConnectionState);
+            EXPECT_TRUE(fake::subscriptions.empty());
+        }
+    }
+    EXPECT_LE(2U, failures);
+    EXPECT_EQ(6U, fake::subscriptions.size());
+}
+
 } // namespace
