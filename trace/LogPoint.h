@@ -77,8 +77,10 @@ inline const char* Printable(const lumo::TSLiteral& literal)
 namespace
 {
 
+// NOLINTBEGIN(misc-definitions-in-headers)
 constexpr std::string_view kPath = __BASE_FILE__;
 constexpr const char* kFile = kPath.data() + kPath.rfind('/') + 1; // rfind() gives -1 for none
+// NOLINTEND(misc-definitions-in-headers)
 
 /**
  * Both halves of a log point. Out of line: there are many log points and few argument lists.
