@@ -48,6 +48,7 @@ inline const std::string kNode = "([byte 7" + [] {
     return rest;
 }() + "],)";
 
+// A request that does not wait is followed by one that does: then it has reached the service too.
 inline const std::vector<Request> kAll = {
     {"IsSoundBarConnected", "IsSoundBarConnected",
      "static bool ZAVServiceAPI::IsSoundBarConnected()",
@@ -119,6 +120,12 @@ inline const std::vector<Request> kAll = {
      "", "none", "([1, 2], 3)", 0, 2, -7, -7, -7},
     {"SetEqualizerLevel", "SetEqualizerLevel", "",
      [] { return Api::SetEqualizerLevel(levels, 2), 0; }, "2", "([1, 2], 2)", "", 0, 0, 0, 0, 0},
+    {"InitSpeakerManager", "InitSpeakerManager", "",
+     [] {
+         SpeakerManagerState state{};
+         return Api::InitSpeakerManager(&state);
+     },
+     "", "(0, 0, [0, 0, 0, 0, 0, 0, 0], 0, false, false, 0, 0, 0, 0)", "", 0, 0, 0, 0, -1},
     {"GetModeListwithSID", "GetModeList", "",
      [] {
          std::list<AudioEffect> modes;
@@ -135,12 +142,6 @@ inline const std::vector<Request> kAll = {
      "", "none", kNode, 0, 1, -1, 0, 0},
     {"getSCL", "GetSCL", "", [] { return Api::getSCL(speakers); }, "", "none", kNode, 0, 1, -1, 0,
      0},
-    {"InitSpeakerManager", "InitSpeakerManager", "",
-     [] {
-         SpeakerManagerState state{};
-         return Api::InitSpeakerManager(&state);
-     },
-     "", "(0, 0, [0, 0, 0, 0, 0, 0, 0], 0, false, false, 0, 0, 0, 0)", "", 0, 0, 0, 0, -1},
 };
 
 } // namespace requests

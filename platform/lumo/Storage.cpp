@@ -169,32 +169,6 @@ bool TakeChunks(lumo::TCThreadHandle& handle, std::uint64_t length)
     return true;
 }
 
-unsigned char* Prepare(lumo::TCThreadHandle& handle, std::size_t payloadSize,
-                       std::uint32_t location)
-{
-    const std::uint64_t length = sizeof(RecordHeader) + std::uint64_t{payloadSize};
-    if (Padded(length) > static_cast<std::uint64_t>(handle.end - handle.next) &&
-        !TakeChunks(handle, length)) {
-        return nullptr;
-    }
-    auto* record = reinterpret_cast<RecordHeader*>(handle.next);
-    record->location = location;
-    record->time = Nanoseconds(CLOCK_MONOTONIC);
-    handle.prepared = static_cast<std::uint32_t>(length);
-    return handle.next + sizeof(RecordHeader);
-}
-
-void Publish(lumo::TCThreadHandle& handle)
-{
-    auto* record = reinterpret_cast<RecordHeader*>(handle.next);
-    handle.next += Padded(handle.prepared);
-    // A record that was prepared here and given up may have left bytes where the next one begins.
-    if (handle.next < handle.end) {
-        reinterpret_cast<RecordHeader*>(handle.next)->length = 0;
-    }
-    std::atomic_ref(record->length).store(handle.prepared, std::memory_order_release);
-}
-
 template <typename Integer>
 void Append(std::string& entry, Integer value)
 {
@@ -227,9 +201,10 @@ void TCStorage::SaveLocation(const TCCallLocation& location)
         Append(entry, location.argSizes[i]);
         AppendText(entry, location.argTypeNames[i]);
     }
-    if (unsigned char* place = Prepare(ownHandle, entry.size(), 0)) {
+    const auto size = static_cast<unsigned>(entry.size());
+    if (unsigned char* place = PrepareCallBuffer(&ownHandle, size, 1, 0)) {
         entry.copy(reinterpret_cast<char*>(place), entry.size());
-        Publish(ownHandle);
+        Commit(&ownHandle);
     }
 }
 
@@ -241,12 +216,27 @@ TCThreadHandle* TCStorage::ThreadHandle()
 unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned payloadSize,
                                             unsigned char, unsigned locationId)
 {
-    return Prepare(*thread, payloadSize, locationId);
+    const std::uint64_t length = sizeof(RecordHeader) + std::uint64_t{payloadSize};
+    if (Padded(length) > static_cast<std::uint64_t>(thread->end - thread->next) &&
+        !TakeChunks(*thread, length)) {
+        return nullptr;
+    }
+    auto* record = reinterpret_cast<RecordHeader*>(thread->next);
+    record->location = locationId;
+    record->time = Nanoseconds(CLOCK_MONOTONIC);
+    thread->prepared = static_cast<std::uint32_t>(length);
+    return thread->next + sizeof(RecordHeader);
 }
 
 void TCStorage::Commit(TCThreadHandle* thread)
 {
-    Publish(*thread);
+    auto* record = reinterpret_cast<RecordHeader*>(thread->next);
+    thread->next += Padded(thread->prepared);
+    // A record that was prepared here and given up may have left bytes where the next one begins.
+    if (thread->next < thread->end) {
+        reinterpret_cast<RecordHeader*>(thread->next)->length = 0;
+    }
+    std::atomic_ref(record->length).store(thread->prepared, std::memory_order_release);
 }
 
 } // namespace lumo
