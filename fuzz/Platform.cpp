@@ -8,13 +8,6 @@
 #include <cxxabi.h>
 #include <memory>
 
-/** That the program defines what a shared library defines too is the point of this file. */
-extern "C" const char* __asan_default_options();
-extern "C" const char* __asan_default_options()
-{
-    return "detect_odr_violation=0";
-}
-
 namespace platform
 {
 
@@ -39,8 +32,6 @@ std::span<const unsigned char> Record()
 } // namespace platform
 
 using namespace platform;
-
-unsigned char TIStorageManagerState::enabled = 1;
 
 extern "C" int __dlog_print(int, int, const char*, const char* format, ...)
 {
@@ -97,22 +88,3 @@ std::string TSDemangler::Demangle(const char* name)
 }
 
 } // namespace lumo
-
-TIStorageManager& TIStorageManager::Instance()
-{
-    static struct : TIStorageManager
-    {
-    } manager;
-    return manager;
-}
-
-uint32_t TIStorageManager::NewLocationId()
-{
-    return locations + 1;
-}
-
-lumo::TCStorage& TIStorageManager::Storage()
-{
-    static lumo::TCStorage storage;
-    return storage;
-}

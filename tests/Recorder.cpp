@@ -9,14 +9,6 @@
 #include <mutex>
 #include <utility>
 
-/** To an address checker: to define what a shared library defines too is the point of this file. */
-extern "C" const char* __asan_default_options();
-
-const char* __asan_default_options()
-{
-    return "detect_odr_violation=0";
-}
-
 namespace
 {
 
@@ -33,7 +25,6 @@ std::mutex guard;
 recorder::Transcript transcript;
 std::vector<std::string> rawCalls;
 std::vector<lumo::TCCallLocation> locations;
-uint32_t lastId = 0;
 
 thread_local Pending pending;
 thread_local std::vector<unsigned char> buffer;
@@ -96,8 +87,6 @@ std::vector<std::string> RawCalls()
 }
 
 } // namespace recorder
-
-unsigned char TIStorageManagerState::enabled = 1;
 
 extern "C" int __dlog_print(int log_id, int priority, const char* tag, const char* format, ...)
 {
@@ -238,22 +227,3 @@ std::string TSDemangler::Demangle(const char* name)
 }
 
 } // namespace lumo
-
-TIStorageManager& TIStorageManager::Instance()
-{
-    static struct : TIStorageManager
-    {
-    } manager;
-    return manager;
-}
-
-uint32_t TIStorageManager::NewLocationId()
-{
-    return __atomic_add_fetch(&lastId, 1, __ATOMIC_RELAXED);
-}
-
-lumo::TCStorage& TIStorageManager::Storage()
-{
-    static lumo::TCStorage storage;
-    return storage;
-}
