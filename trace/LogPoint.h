@@ -84,7 +84,7 @@ constexpr const char* kFile = kPath.data() + kPath.rfind('/') + 1; // rfind() gi
 
 /**
  * Both halves of a log point. Out of line: there are many log points and few argument lists.
- * Without a stack protector, for it has no array that could overflow.
+ * Without a stack protector: the one array is the trace library's own storage.
  * @param format the prefix and the message in one literal
  */
 template <class ArgList>

@@ -90,6 +90,9 @@ public:
     ~TCLogger(); // NOLINT(performance-trivially-destructible): the platform's is not
     TCLogger(const TCLogger&) = delete;
     TCLogger& operator=(const TCLogger&) = delete;
+
+private:
+    alignas(16) unsigned char m_opaque[64]; ///< what the trace library keeps here is its business
 };
 
 } // namespace lumo
