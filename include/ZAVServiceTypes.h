@@ -16,11 +16,17 @@
 /** Marks what the library exports. */
 #define ZAV_EXPORT __attribute__((visibility("default")))
 
-/** In C++ any number of the service is a defined value of these enumerations. */
+/**
+ * Every enumeration here is a signed 32-bit integer, so that any number of the service is a value
+ * of it. C has no way to say so but an enumerator that needs the room; it means nothing, and no
+ * binding copies it.
+ */
 #ifdef __cplusplus
 #define ZAV_INT_ENUM : int
+#define ZAV_INT_ENUM_IN_C(name)
 #else
 #define ZAV_INT_ENUM
+#define ZAV_INT_ENUM_IN_C(name) , name = INT32_MIN
 #endif
 
 /**
@@ -47,18 +53,21 @@ typedef enum AudioEffect ZAV_INT_ENUM
     AUDIO_EFFECT_SOUNDBAR_1 = 115,   /**< never listed */
     AUDIO_EFFECT_SOUNDBAR_2 = 116,   /**< never listed */
     AUDIO_EFFECT_NONE = 117          /**< the mode could not be asked for */
+    ZAV_INT_ENUM_IN_C(AUDIO_EFFECT_IN_C)
 } AudioEffect;
 
 /** State of the woofer: the service's number, unchanged. */
 typedef enum woofer_state_e ZAV_INT_ENUM
 {
     WOOFER_STATE_NONE = 0 /**< also the result when the service could not be asked */
+    ZAV_INT_ENUM_IN_C(WOOFER_STATE_IN_C)
 } woofer_state_e;
 
 /** Supported features: the service's number, unchanged. */
 typedef enum feature_support_e ZAV_INT_ENUM
 {
     FEATURE_SUPPORT_UNKNOWN = -4 /**< the service could not be asked */
+                              ZAV_INT_ENUM_IN_C(FEATURE_SUPPORT_IN_C)
 } feature_support_e;
 
 /** Fixed selections of modes for popSoundEffectList(); any other value selects nothing. */
@@ -72,12 +81,14 @@ typedef enum ListSoundEffect ZAV_INT_ENUM
     LIST_SOUND_EFFECT_SPORTS = 5,   /**< voice and sports */
     LIST_SOUND_EFFECT_MOVIE = 6,    /**< sports and movie */
     LIST_SOUND_EFFECT_ALL = 7       /**< movie and music */
+    ZAV_INT_ENUM_IN_C(LIST_SOUND_EFFECT_IN_C)
 } ListSoundEffect;
 
 /** An external device on the common tunnel: the service's number, unchanged. */
 typedef enum commonTunnel_external_id_e ZAV_INT_ENUM
 {
     COMMON_TUNNEL_EXTERNAL_ID_DEFAULT = 16 /**< until another one is registered */
+    ZAV_INT_ENUM_IN_C(COMMON_TUNNEL_EXTERNAL_ID_IN_C)
 } commonTunnel_external_id_e;
 
 /** Code of a device model; 0 to 25 belong to one entry of the model-name table each. */
@@ -86,6 +97,7 @@ typedef enum model_name ZAV_INT_ENUM
     MODEL_NAME_MODEL_DEFAULT = 14,    /**< "MODEL_DEFAULT" */
     MODEL_NAME_SOUNDBAR_DEFAULT = 15, /**< "SOUNDBAR_DEFAULT" */
     MODEL_NAME_UNKNOWN = 26           /**< the name is not in the table */
+    ZAV_INT_ENUM_IN_C(MODEL_NAME_IN_C)
 } model_name;
 
 /**
@@ -120,8 +132,21 @@ typedef struct __attribute__((packed)) SCLSpkInfo
 /** The service's node record, as it travels in the reply. */
 typedef SCLSpkInfo CNetSpkNodeInfo;
 
-/** The most records that one speaker configuration list may carry. */
-#define ZAV_MAX_SPEAKERS 50
+/**
+ * @name Limits
+ * Of the protocol with the service and of the managed binding's buffers; none is negotiated. The
+ * library holds to them in every build, as told at each function.
+ */
+/**@{*/
+#define ZAV_MAX_SPEAKERS 50    /**< records of a speaker configuration list */
+#define ZAV_MAX_LEVELS 100     /**< equalizer levels, or modes, that the C functions hand on */
+#define ZAV_MAX_SPDIF_DATA 40  /**< bytes of one S/PDIF packet to the service */
+#define ZAV_SPDIF_BUFFER 44    /**< bytes that an S/PDIF callback gets; no signal may bring more */
+#define ZAV_MAX_TUNNEL_DATA 40 /**< bytes from the common tunnel that are delivered as data */
+#define ZAV_TUNNEL_STATUS_TEXT 18 /**< bytes of text in a status of the common tunnel */
+#define ZAV_MAX_EVENT_DATA 550    /**< bytes that one managed event may bring */
+#define ZAV_EVENT_BUFFER 2200 /**< bytes that a managed callback gets: a word for each of them */
+/**@}*/
 
 /**
  * @name Callbacks

@@ -12,6 +12,14 @@
 
 _Static_assert(sizeof(SpeakerManagerState) == 60, "as marshalled");
 _Static_assert(sizeof(SCLSpkInfo) == 148, "as marshalled");
-_Static_assert(sizeof(AudioEffect) == 4 && sizeof(woofer_state_e) == 4, "as an int");
+
+/* Also for a compiler that would choose the smallest type. */
+#define IS_SIGNED_INT(type) _Static_assert(sizeof(type) == 4 && (type)-1 < 0, #type)
+IS_SIGNED_INT(AudioEffect);
+IS_SIGNED_INT(woofer_state_e);
+IS_SIGNED_INT(feature_support_e);
+IS_SIGNED_INT(ListSoundEffect);
+IS_SIGNED_INT(commonTunnel_external_id_e);
+IS_SIGNED_INT(model_name);
 
 int (*const set_mode)(AudioEffect) = SetMode;
