@@ -5,6 +5,7 @@
 #include "Scalars.h"
 #include "Verbs.h"
 #include "ZAVServiceAPI.h"
+#include "ZAVServiceBridgeAPI.h"
 
 #include <algorithm>
 #include <cstring>
@@ -29,10 +30,12 @@ std::string Bar(int64_t level, int64_t highest)
 
 int ShowEqualizer(const Options& options)
 {
-    std::vector<int> levels(1000);
-    int count = -1;
-    Request([&] { Api::GetEqualizerLevel(levels.data(), &count, levels.size()); });
-    if (count < 0) {
+    // The C function hands on what there is room for; the method all that the service sends.
+    std::vector<int> levels(ZAV_MAX_LEVELS);
+    int* room = levels.data();
+    int count = 0;
+    Request([&] { ::GetEqualizerLevel(&room, &count); });
+    if (count == 0) {
         throw Failure(Cause::refused, "ZAVService answered without equalizer levels");
     }
     levels.resize(static_cast<size_t>(count));

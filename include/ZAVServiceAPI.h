@@ -124,9 +124,6 @@ public:
      */
     static void GetEqualizerLevel(int* levels, int* count);
 
-    /** The same with room for `capacity` levels only: those beyond it are left out. */
-    static void GetEqualizerLevel(int* levels, int* count, size_t capacity);
-
     ///@}
     /** @name Sound modes
      * The lists belong to the caller and must not be in use by another thread. Nothing clears

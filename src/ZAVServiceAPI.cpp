@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+//
+// The class, subject by subject: what the operations of a subject share stands in front of them.
 #include "ZAVServiceAPI.h"
 
 #include "LogPoint.h"
@@ -8,11 +10,14 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <map>
-#include <span>
 #include <string_view>
+#include <thread>
+#include <tuple>
+#include <type_traits>
 #include <unistd.h>
+
+// -------------------------------------------------------------------------------------- Connection
 
 GDBusConnection* ZAVServiceAPI::connection = nullptr;
 GDBusProxy* ZAVServiceAPI::proxy = nullptr;
@@ -23,32 +28,12 @@ guint ZAVServiceAPI::m_sigIdSendDataSpdif = 0;
 guint ZAVServiceAPI::m_sigIdReceiveExternalViaCommonTunnel = 0;
 guint ZAVServiceAPI::m_sigIdSoundModeChange = 0;
 guint ZAVServiceAPI::m_sigIdNotifyZAVCsharpCallback = 0;
-ZAVCallBack ZAVServiceAPI::CallBackFunc = nullptr;
-ZAVCallBack ZAVServiceAPI::DisconnectCallBackFunc = nullptr;
-ZAVCallBack1 ZAVServiceAPI::SendDataToSpkViaSPDIF_cb = nullptr;
-void* ZAVServiceAPI::SendDataToSpkViaSPDIF_user_data = nullptr;
-extspk_sound_mode_changed_cb ZAVServiceAPI::Sound_mode_changed_cb = nullptr;
-void* ZAVServiceAPI::Sound_mode_changed_user_data = nullptr;
-commonTunnel_external_id_e ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_id =
-    COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
-ZavConnectedCallBack ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_connected_cb = nullptr;
-ZavDataReceivedCallBack ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_data_cb = nullptr;
-void* ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_user_data = nullptr;
-ZAVCsharpCallback ZAVServiceAPI::CSharpCallbackFunction = nullptr;
 
 namespace
 {
 
 constexpr const char* kService = "org.kelmar.tv.zav"; // bus name and interface
 constexpr const char* kPath = "/org/kelmar/tv/zav";
-constexpr int kAttempts = 100;          // for a turn on the proxy,
-constexpr useconds_t kPause = 10'000;   // µs after each that failed
-constexpr int kCallTimeout = 5000;      // ms
-constexpr int kSpdifLength = 40;        // bytes of one S/PDIF packet to the service
-constexpr gsize kSignalBuffer = 44;     // bytes for the data of one signal
-constexpr gsize kTunnelDataLength = 40; // the most that is delivered as data
-constexpr gsize kStatusLength = 20;     // of a tunnel status: 'q', connected or not, text
-constexpr gsize kEventBuffer = 2200;    // bytes handed to the managed callback
 
 /** Serialises the calls through the proxy; only ever taken by polling. */
 GMutex zav_api_proxy_mutex;
@@ -59,7 +44,9 @@ int InitProxyMutex()
     return 1;
 }
 
-/** Plain words that one thread writes while others read them: each access is whole. */
+// Every word that one thread may write while others read it, here and in the C functions, is
+// accessed as a whole and in order: a plain word to debuggers and bindings, an atomic one to us.
+
 template <class T>
 T Load(T& word)
 {
@@ -67,10 +54,95 @@ T Load(T& word)
 }
 
 template <class T>
-void Store(T& word, T value)
+void Store(T& word, std::type_identity_t<T> value)
 {
     std::atomic_ref<T>(word).store(value, std::memory_order_release);
 }
+
+guint Subscribe(GDBusConnection* bus, const char* member, GDBusSignalCallback handler)
+{
+    return g_dbus_connection_signal_subscribe(bus, nullptr, kService, member, kPath, nullptr,
+                                              G_DBUS_SIGNAL_FLAGS_NONE, handler, nullptr, nullptr);
+}
+
+/** Takes over what an attempt has made. Who sees the proxy, which comes last, sees all the rest. */
+template <class Site>
+bool Publish(GDBusConnection*& bus, GDBusProxy*& service)
+{
+    using Api = ZAVServiceAPI;
+    LOG_POINT_FOR(Site, DLOG_INFO, "connection=%p, proxy = %p", static_cast<const void*>(bus),
+                  static_cast<const void*>(service));
+    Store(Api::connection, bus);
+    Store(Api::m_bDBusConnectionState, true);
+    Api::m_sigIdSignal = Subscribe(bus, "InvokeSignalHandler", Api::m_OnSignalCallBack);
+    Api::m_sigIdDisconnectSignal =
+        Subscribe(bus, "DisconnectSignalHandler", Api::m_OnDisconnectSignalCallBack);
+    Api::m_sigIdSendDataSpdif =
+        Subscribe(bus, "sendDataViaSpdif", Api::m_OnSendDataViaSpdifSignalCallBack);
+    Api::m_sigIdReceiveExternalViaCommonTunnel =
+        Subscribe(bus, "receiveExternalDataViaCommonTunnel",
+                  Api::m_OnReceiveExternalDataViaCommonTunnelCallBack);
+    Api::m_sigIdSoundModeChange =
+        Subscribe(bus, "SetCbSoundModeChange", Api::m_OnSoundModeChangeEvent);
+    Api::m_sigIdNotifyZAVCsharpCallback =
+        Subscribe(bus, "notifyZAVCsharpCallback", Api::NotifyZAVCsharpCallback);
+    Store(Api::proxy, g_steal_pointer(&service));
+    bus = nullptr; // kept for good, as the proxy is
+    return true;
+}
+
+} // namespace
+
+int ZAVServiceAPI::InitDbusConnection()
+{
+    LOG_SITE(Here);
+    LOG_POINT(DLOG_INFO, "Called");
+    if (Load(proxy) != nullptr) {
+        LOG_POINT(DLOG_INFO, "Already initialized... ");
+        return 0;
+    }
+    // 0 at load, 1 once the mutex is there; a second first caller waits here for the first.
+    [[maybe_unused]] static const int zav_api_proxy_mutex_init = InitProxyMutex();
+
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (bus == nullptr) {
+        if (error != nullptr) {
+            LOG_POINT(DLOG_ERROR, "Bus get sync failed: %s", error->message);
+        } else {
+            LOG_POINT(DLOG_ERROR, "Bus get sync failed");
+        }
+        return -1;
+    }
+    g_autoptr(GDBusProxy) service = g_dbus_proxy_new_sync(
+        bus, G_DBUS_PROXY_FLAGS_NONE, nullptr, kService, kPath, kService, nullptr, &error);
+    if (service == nullptr) {
+        if (error != nullptr) {
+            LOG_POINT(DLOG_ERROR, "Bus proxy new failed: %s\n", error->message);
+        } else {
+            LOG_POINT(DLOG_ERROR, "Bus get sync failed"); // the bus's text here too, on purpose
+        }
+        return -1;
+    }
+    // Threads may get here side by side. The first publishes what it made; the others wait for
+    // that, and release theirs. An exception of the trace library leaves it to the next.
+    [[maybe_unused]] static const bool published = Publish<Here>(bus, service);
+    return 0;
+}
+
+void ZAVServiceAPI::FiniDbusConnection()
+{
+    LOG_POINT(DLOG_INFO, "FiniDbusConnection ");
+}
+
+// -------------------------------------------------------------------------------- The guarded call
+
+namespace
+{
+
+constexpr int kAttempts = 100;        // for a turn on the proxy,
+constexpr useconds_t kPause = 10'000; // µs after each that failed
+constexpr int kCallTimeout = 5000;    // ms
 
 // The steps of a request. Each is a template over the operation's site, so that every operation
 // has log points of its own for it.
@@ -143,8 +215,8 @@ template <class Site>
 GVariant* Call(const char* method, GVariant* parameters)
 {
     g_autoptr(GVariant) reply =
-        g_dbus_proxy_call_sync(ZAVServiceAPI::proxy, method, parameters, G_DBUS_CALL_FLAGS_NONE,
-                               kCallTimeout, nullptr, nullptr);
+        g_dbus_proxy_call_sync(Load(ZAVServiceAPI::proxy), method, parameters,
+                               G_DBUS_CALL_FLAGS_NONE, kCallTimeout, nullptr, nullptr);
     LOG_POINT_FOR(Site, DLOG_INFO, "Returned from ZAVService...");
     if (reply == nullptr) {
         LOG_POINT_FOR(Site, DLOG_ERROR, "The integer packet received from ZAVService is NULL");
@@ -198,9 +270,6 @@ struct Failure
     int unanswered;
 };
 
-constexpr Failure kMinusOne = {.refused = -1, .unanswered = -1};
-constexpr Failure kFalse = {.refused = 0, .unanswered = 0};
-
 /** What became of a request. */
 struct Outcome
 {
@@ -240,6 +309,36 @@ auto OneInteger(int value)
     return [value] { return g_variant_new("(i)", value); };
 }
 
+/** Hands a request to the bus during a turn; the reply is not waited for and never seen. */
+template <class Site>
+void Send(GVariant* parameters)
+{
+    g_dbus_proxy_call(Load(ZAVServiceAPI::proxy), Site::Name(), parameters, G_DBUS_CALL_FLAGS_NONE,
+                      kCallTimeout, nullptr, nullptr, nullptr);
+    LogReceived<Site>(0);
+}
+
+GVariant* Integers(const int* values, int count)
+{
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, values, static_cast<gsize>(count),
+                                     sizeof *values);
+}
+
+GVariant* Bytes(const unsigned char* data, int length)
+{
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data, static_cast<gsize>(length), 1);
+}
+
+} // namespace
+
+// --------------------------------------------------------------------------------- Scalar requests
+
+namespace
+{
+
+constexpr Failure kMinusOne = {.refused = -1, .unanswered = -1};
+constexpr Failure kFalse = {.refused = 0, .unanswered = 0};
+
 template <class Site>
 int Query(const ReplyType& type, Failure failure)
 {
@@ -260,26 +359,6 @@ int Set(int value)
     return Set<Site>(value, value);
 }
 
-/** Hands a request to the bus during a turn; the reply is not waited for and never seen. */
-template <class Site>
-void Send(GVariant* parameters)
-{
-    g_dbus_proxy_call(ZAVServiceAPI::proxy, Site::Name(), parameters, G_DBUS_CALL_FLAGS_NONE,
-                      kCallTimeout, nullptr, nullptr, nullptr);
-    LogReceived<Site>(0);
-}
-
-GVariant* Integers(const int* values, int count)
-{
-    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, values, static_cast<gsize>(count),
-                                     sizeof *values);
-}
-
-GVariant* Bytes(const unsigned char* data, int length)
-{
-    return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data, static_cast<gsize>(length), 1);
-}
-
 // The service numbers the modes from 0. Any number may come in: it wraps around rather than trap.
 constexpr unsigned kModeOffset = 100;
 
@@ -293,284 +372,7 @@ AudioEffect FromWire(int mode)
     return static_cast<AudioEffect>(static_cast<unsigned>(mode) + kModeOffset);
 }
 
-/** The modes by their bit in the service's mode mask. */
-const std::map<int, AudioEffect> maskSoundModeMap = {
-    {0x1, AUDIO_EFFECT_STANDARD},
-    {0x2, AUDIO_EFFECT_SURROUND},
-    {0x4, AUDIO_EFFECT_NIGHT},
-    {0x8, AUDIO_EFFECT_CLEAR_VOICE},
-    {0x10, AUDIO_EFFECT_SPORTS},
-    {0x20, AUDIO_EFFECT_MOVIE},
-    {0x40, AUDIO_EFFECT_MUSIC},
-    {0x80, AUDIO_EFFECT_SMART},
-    {0x100, AUDIO_EFFECT_GAME},
-    {0x200, AUDIO_EFFECT_ADAPTIVE},
-    {0x400, AUDIO_EFFECT_DTS_VIRTUAL_X},
-    {0x800, AUDIO_EFFECT_BASS_BOOST},
-    {0x1000, AUDIO_EFFECT_ADAPTIVE_SOUND_PLUS},
-    {0x2000, AUDIO_EFFECT_UNLABELLED_1},
-    {0x4000, AUDIO_EFFECT_UNLABELLED_2},
-    {0x8000, AUDIO_EFFECT_SOUNDBAR_1},
-    {0x10000, AUDIO_EFFECT_SOUNDBAR_2},
-};
-
-/** The display string identifier of a mode; NULL for one that has none. */
-const char* DisplayString(AudioEffect mode)
-{
-    switch (mode) {
-    case AUDIO_EFFECT_STANDARD:
-        return "SID_STANDARD_KR_SOUND";
-    case AUDIO_EFFECT_MUSIC:
-        return "SID_MUSIC";
-    case AUDIO_EFFECT_CLEAR_VOICE:
-        return "SID_CLEAR_VOICE";
-    case AUDIO_EFFECT_SPORTS:
-        return "COM_SID_SPORTS";
-    case AUDIO_EFFECT_MOVIE:
-        return "SID_MOVIE_KR_SOUND";
-    case AUDIO_EFFECT_NIGHT:
-        return "SID_NIGHT";
-    case AUDIO_EFFECT_SURROUND:
-        return "TV_SID_SURROUND_MODE";
-    case AUDIO_EFFECT_SMART:
-        return "TV_SID_SPEAKER_SOUND_OPTION_SMART";
-    case AUDIO_EFFECT_GAME:
-        return "COM_SID_GAME";
-    case AUDIO_EFFECT_ADAPTIVE:
-        return "COM_SID_ADAPTIVE";
-    case AUDIO_EFFECT_DTS_VIRTUAL_X:
-        return "COM_SID_DTS_VIRTUAL_X";
-    case AUDIO_EFFECT_BASS_BOOST:
-        return "TV_SID_SOUNDMODE_CAOCT_BASS_BOOST";
-    case AUDIO_EFFECT_ADAPTIVE_SOUND_PLUS:
-        return "TV_SID_SETTINGS_ADAPTIVE_SOUND_PLUS";
-    case AUDIO_EFFECT_SOUNDBAR_1:
-    case AUDIO_EFFECT_SOUNDBAR_2:
-        return "SOUNDBAR MODE (TBD)";
-    default:
-        return nullptr;
-    }
-}
-
-/** The bytes of a bool that another language wrote: any value but 0 is true. */
-gboolean Widened(const bool& value)
-{
-    return static_cast<gboolean>(reinterpret_cast<const unsigned char&>(value) != 0);
-}
-
-/** Takes records over in place of those taken over before. */
-using TakeSpeakers = std::function<void(const SCLSpkInfo* records, size_t count)>;
-
-/** Hands over the records of a "GetSCL" reply; returns their number, -1 when it carries none. */
-template <class Site>
-int ReadSpeakers(GVariant* reply, const TakeSpeakers& take)
-{
-    if (g_variant_n_children(reply) == 0) {
-        LOG_POINT_FOR(Site, DLOG_ERROR, "pTuple is NULL");
-        return -1;
-    }
-    g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
-    gsize length = 0;
-    const void* bytes = nullptr;
-    if (IsOfType(array, "ay")) {
-        bytes = g_variant_get_fixed_array(array, &length, 1);
-    }
-    if (bytes == nullptr) {
-        LOG_POINT_FOR(Site, DLOG_ERROR, "pByteArray is NULL");
-        return -1;
-    }
-    LOG_POINT_FOR(Site, DLOG_INFO, "elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", length,
-                  sizeof(CNetSpkNodeInfo));
-    if (length / sizeof(SCLSpkInfo) > ZAV_MAX_SPEAKERS) {
-        std::abort();
-    }
-    const std::span records(static_cast<const SCLSpkInfo*>(bytes), length / sizeof(SCLSpkInfo));
-    take(records.data(), records.size());
-    int number = 0;
-    for (const SCLSpkInfo& record : records) {
-        const int type = record.m_Connecttype;
-        LOG_POINT_FOR(Site, DLOG_INFO, "spk[%d]: m_Connecttype: %d", ++number, type);
-    }
-    return number;
-}
-
-/** Both forms of the list: the records go straight to where the caller wants them. */
-int GetSCL(const TakeSpeakers& take)
-{
-    // To who reads the log both are one operation.
-    LOG_SITE_AS(Here, "static int ZAVServiceAPI::GetSCL(std::vector<SCLSpkInfo>&)");
-    Announce<Here>();
-    const Turn<Here> turn;
-    if (!turn) {
-        return 0;
-    }
-    take(nullptr, 0);
-    g_autoptr(GVariant) reply = Call<Here>(Here::Name(), nullptr);
-    if (reply == nullptr) {
-        return 0;
-    }
-    const int size = ReadSpeakers<Here>(reply, take);
-    LOG_POINT_FOR(Here, DLOG_INFO, "Speaker Size[%d]", size);
-    return size;
-}
-
-/** Whether there are bytes to send. */
-template <class Site>
-bool HasData(const unsigned char* data, int length)
-{
-    if (data != nullptr && length > 0) {
-        return true;
-    }
-    LOG_POINT_FOR(Site, DLOG_ERROR, "Wrong parameter  %p  %d", static_cast<const void*>(data),
-                  length);
-    return false;
-}
-
-/**
- * The codes of the device models: sound bars 0 to 4 and 16 to 25, wireless speakers 5 to 13, and
- * the two generic names. The product names are placeholders, to be replaced with a device's own;
- * callers compare against the codes, which therefore stand with each name.
- */
-const std::map<std::string_view, model_name> hashMapModelToCode = {
-    {"SOUNDBAR_A1", model_name{0}},
-    {"SOUNDBAR_A2", model_name{1}},
-    {"SOUNDBAR_A3", model_name{2}},
-    {"SOUNDBAR_A4", model_name{3}},
-    {"SOUNDBAR_A5", model_name{4}},
-    {"SPEAKER_W1", model_name{5}},
-    {"SPEAKER_W2", model_name{6}},
-    {"SPEAKER_W3", model_name{7}},
-    {"SPEAKER_W4", model_name{8}},
-    {"SPEAKER_W5", model_name{9}},
-    {"SPEAKER_W6", model_name{11}},
-    {"SPEAKER_W7", model_name{10}},
-    {"SPEAKER_W8", model_name{12}},
-    {"SPEAKER_W9", model_name{13}},
-    {"MODEL_DEFAULT", MODEL_NAME_MODEL_DEFAULT},
-    {"SOUNDBAR_DEFAULT", MODEL_NAME_SOUNDBAR_DEFAULT},
-    {"SOUNDBAR_B1", model_name{16}},
-    {"SOUNDBAR_B2", model_name{17}},
-    {"SOUNDBAR_B3", model_name{18}},
-    {"SOUNDBAR_B4", model_name{19}},
-    {"SOUNDBAR_B5", model_name{20}},
-    {"SOUNDBAR_B6", model_name{21}},
-    {"SOUNDBAR_B7", model_name{22}},
-    {"SOUNDBAR_B8", model_name{23}},
-    {"SOUNDBAR_B9", model_name{24}},
-    {"SOUNDBAR_B10", model_name{25}},
-};
-
-template <class Site>
-bool HasConnection()
-{
-    if (ZAVServiceAPI::connection != nullptr) {
-        return true;
-    }
-    LOG_POINT_FOR(Site, DLOG_INFO, "connection is NULL");
-    return false;
-}
-
-/** Whether a signal brought what its handler unpacks. */
-template <class Site>
-bool HasParameters(GVariant* parameters, const char* type)
-{
-    if (parameters != nullptr && IsOfType(parameters, type)) {
-        return true;
-    }
-    LOG_POINT_FOR(Site, DLOG_ERROR, "Error: Parameter part is NULL");
-    return false;
-}
-
-/** The byte array of a signal, valid as long as the signal's parameters. */
-struct SignalBytes
-{
-    const unsigned char* data;
-    gsize count = 0;
-
-    SignalBytes(GVariant* parameters, gsize index)
-    {
-        g_autoptr(GVariant) array = g_variant_get_child_value(parameters, index);
-        data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
-    }
-};
-
-template <class Site>
-void LogNoBytes()
-{
-    LOG_POINT_FOR(Site, DLOG_ERROR, "Error: pRecievedData is NULL");
-}
-
-/** A copy filled up with 0. Bytes that do not fit end the process, in every build. */
-std::array<unsigned char, kSignalBuffer> Copied(const SignalBytes& bytes)
-{
-    std::array<unsigned char, kSignalBuffer> copy{};
-    if (bytes.count > copy.size()) {
-        std::abort();
-    }
-    std::copy_n(bytes.data, bytes.count, copy.begin());
-    return copy;
-}
-
-guint Subscribe(const char* member, GDBusSignalCallback handler)
-{
-    return g_dbus_connection_signal_subscribe(ZAVServiceAPI::connection, nullptr, kService, member,
-                                              kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, handler,
-                                              nullptr, nullptr);
-}
-
 } // namespace
-
-int ZAVServiceAPI::InitDbusConnection()
-{
-    LOG_POINT(DLOG_INFO, "Called");
-    if (Load(proxy) != nullptr) {
-        LOG_POINT(DLOG_INFO, "Already initialized... ");
-        return 0;
-    }
-    // 0 at load, 1 once the mutex is there; a second first caller waits here for the first.
-    [[maybe_unused]] static const int zav_api_proxy_mutex_init = InitProxyMutex();
-
-    g_autoptr(GError) error = nullptr;
-    if (connection == nullptr) {
-        connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-    }
-    if (connection == nullptr) {
-        if (error != nullptr) {
-            LOG_POINT(DLOG_ERROR, "Bus get sync failed: %s", error->message);
-        } else {
-            LOG_POINT(DLOG_ERROR, "Bus get sync failed");
-        }
-        return -1;
-    }
-    g_autoptr(GDBusProxy) created = g_dbus_proxy_new_sync(
-        connection, G_DBUS_PROXY_FLAGS_NONE, nullptr, kService, kPath, kService, nullptr, &error);
-    if (created == nullptr) {
-        if (error != nullptr) {
-            LOG_POINT(DLOG_ERROR, "Bus proxy new failed: %s\n", error->message);
-        } else {
-            LOG_POINT(DLOG_ERROR, "Bus get sync failed"); // the bus's text here too, on purpose
-        }
-        g_clear_object(&connection);
-        return -1;
-    }
-    LOG_POINT(DLOG_INFO, "connection=%p, proxy = %p", static_cast<const void*>(connection),
-              static_cast<const void*>(created));
-    Store(m_bDBusConnectionState, true);
-    m_sigIdSignal = Subscribe("InvokeSignalHandler", m_OnSignalCallBack);
-    m_sigIdDisconnectSignal = Subscribe("DisconnectSignalHandler", m_OnDisconnectSignalCallBack);
-    m_sigIdSendDataSpdif = Subscribe("sendDataViaSpdif", m_OnSendDataViaSpdifSignalCallBack);
-    m_sigIdReceiveExternalViaCommonTunnel = Subscribe(
-        "receiveExternalDataViaCommonTunnel", m_OnReceiveExternalDataViaCommonTunnelCallBack);
-    m_sigIdSoundModeChange = Subscribe("SetCbSoundModeChange", m_OnSoundModeChangeEvent);
-    m_sigIdNotifyZAVCsharpCallback = Subscribe("notifyZAVCsharpCallback", NotifyZAVCsharpCallback);
-    Store(proxy, g_steal_pointer(&created)); // last: who sees it sees all the rest
-    return 0;
-}
-
-void ZAVServiceAPI::FiniDbusConnection()
-{
-    LOG_POINT(DLOG_INFO, "FiniDbusConnection ");
-}
 
 bool ZAVServiceAPI::IsSoundBarConnected()
 {
@@ -677,6 +479,14 @@ bool ZAVServiceAPI::GetEqualizerState()
     return GetMode() == AUDIO_EFFECT_STANDARD;
 }
 
+// --------------------------------------------------------------------------------------- Equalizer
+
+/**
+ * GetEqualizerLevel() for a caller with room for `capacity` levels: those beyond it are left out.
+ * Not exported: the C function, which has room for 100, is its one user outside of this file.
+ */
+void ReadEqualizerLevel(int* levels, int* count, size_t capacity);
+
 void ZAVServiceAPI::SetEqualizerLevel(int* levels, int count)
 {
     LOG_SITE(Here);
@@ -694,13 +504,14 @@ void ZAVServiceAPI::SetEqualizerLevel(int* levels, int count)
 
 void ZAVServiceAPI::GetEqualizerLevel(int* levels, int* count)
 {
-    GetEqualizerLevel(levels, count, SIZE_MAX);
+    ReadEqualizerLevel(levels, count, SIZE_MAX);
 }
 
-void ZAVServiceAPI::GetEqualizerLevel(int* levels, int* count, size_t capacity)
+void ReadEqualizerLevel(int* levels, int* count, size_t capacity)
 {
-    // To who reads the log both forms are one operation.
-    LOG_SITE_AS(Here, "static void ZAVServiceAPI::GetEqualizerLevel(int*, int*)");
+    // To the reader of the log it is the method.
+    LOG_SITE_AS(Here, "GetEqualizerLevel",
+                "static void ZAVServiceAPI::GetEqualizerLevel(int*, int*)");
     Announce<Here>();
     if (levels == nullptr || count == nullptr) {
         LOG_POINT_FOR(Here, DLOG_ERROR, "Wrong parameter  %p  %p", static_cast<const void*>(levels),
@@ -732,6 +543,72 @@ void ZAVServiceAPI::GetEqualizerLevel(int* levels, int* count, size_t capacity)
     std::copy_n(values, kept, levels);
     *count = static_cast<int>(kept);
 }
+
+// ------------------------------------------------------------------------------------- Sound modes
+
+namespace
+{
+
+/** The modes by their bit in the service's mode mask. */
+const std::map<int, AudioEffect> maskSoundModeMap = {
+    {0x1, AUDIO_EFFECT_STANDARD},
+    {0x2, AUDIO_EFFECT_SURROUND},
+    {0x4, AUDIO_EFFECT_NIGHT},
+    {0x8, AUDIO_EFFECT_CLEAR_VOICE},
+    {0x10, AUDIO_EFFECT_SPORTS},
+    {0x20, AUDIO_EFFECT_MOVIE},
+    {0x40, AUDIO_EFFECT_MUSIC},
+    {0x80, AUDIO_EFFECT_SMART},
+    {0x100, AUDIO_EFFECT_GAME},
+    {0x200, AUDIO_EFFECT_ADAPTIVE},
+    {0x400, AUDIO_EFFECT_DTS_VIRTUAL_X},
+    {0x800, AUDIO_EFFECT_BASS_BOOST},
+    {0x1000, AUDIO_EFFECT_ADAPTIVE_SOUND_PLUS},
+    {0x2000, AUDIO_EFFECT_UNLABELLED_1},
+    {0x4000, AUDIO_EFFECT_UNLABELLED_2},
+    {0x8000, AUDIO_EFFECT_SOUNDBAR_1},
+    {0x10000, AUDIO_EFFECT_SOUNDBAR_2},
+};
+
+/** The display string identifier of a mode; NULL for one that has none. */
+const char* DisplayString(AudioEffect mode)
+{
+    switch (mode) {
+    case AUDIO_EFFECT_STANDARD:
+        return "SID_STANDARD_KR_SOUND";
+    case AUDIO_EFFECT_MUSIC:
+        return "SID_MUSIC";
+    case AUDIO_EFFECT_CLEAR_VOICE:
+        return "SID_CLEAR_VOICE";
+    case AUDIO_EFFECT_SPORTS:
+        return "COM_SID_SPORTS";
+    case AUDIO_EFFECT_MOVIE:
+        return "SID_MOVIE_KR_SOUND";
+    case AUDIO_EFFECT_NIGHT:
+        return "SID_NIGHT";
+    case AUDIO_EFFECT_SURROUND:
+        return "TV_SID_SURROUND_MODE";
+    case AUDIO_EFFECT_SMART:
+        return "TV_SID_SPEAKER_SOUND_OPTION_SMART";
+    case AUDIO_EFFECT_GAME:
+        return "COM_SID_GAME";
+    case AUDIO_EFFECT_ADAPTIVE:
+        return "COM_SID_ADAPTIVE";
+    case AUDIO_EFFECT_DTS_VIRTUAL_X:
+        return "COM_SID_DTS_VIRTUAL_X";
+    case AUDIO_EFFECT_BASS_BOOST:
+        return "TV_SID_SOUNDMODE_CAOCT_BASS_BOOST";
+    case AUDIO_EFFECT_ADAPTIVE_SOUND_PLUS:
+        return "TV_SID_SETTINGS_ADAPTIVE_SOUND_PLUS";
+    case AUDIO_EFFECT_SOUNDBAR_1:
+    case AUDIO_EFFECT_SOUNDBAR_2:
+        return "SOUNDBAR MODE (TBD)";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
 
 void ZAVServiceAPI::GetModeList(std::list<AudioEffect>* modes)
 {
@@ -829,6 +706,19 @@ void ZAVServiceAPI::popSoundEffectList(std::list<AudioEffect>* modes, ListSoundE
     modes->sort();
 }
 
+// --------------------------------------------------------------------------------- Speaker manager
+
+/**
+ * The value of a bool that another language wrote: any byte but 0 is true. Not exported; the C
+ * functions use it too.
+ */
+bool IsTrue(const bool& foreign);
+
+bool IsTrue(const bool& foreign)
+{
+    return reinterpret_cast<const unsigned char&>(foreign) != 0;
+}
+
 int ZAVServiceAPI::InitSpeakerManager(SpeakerManagerState* state)
 {
     LOG_SITE(Here);
@@ -844,30 +734,97 @@ int ZAVServiceAPI::InitSpeakerManager(SpeakerManagerState* state)
     // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): see above
     Send<Here>(g_variant_new("(ii@aiibbiiii)", state->AudioEffect, state->SubWooferLevel,
                              Integers(state->ValueArray, 7), state->ConnectionStatus,
-                             Widened(state->SubWooferAvailable), Widened(state->EqualizerAvailable),
+                             IsTrue(state->SubWooferAvailable), IsTrue(state->EqualizerAvailable),
                              state->State, state->FeatureSupported, state->WooferConnected,
                              state->EffectList));
     return 0;
 }
 
+// ---------------------------------------------------------------------------------------- Speakers
+
+namespace
+{
+
+/** Reads the records of a "GetSCL" reply; returns their number, -1 when it carries none. */
+template <class Site>
+int ReadSpeakers(GVariant* reply, std::vector<SCLSpkInfo>& list)
+{
+    if (g_variant_n_children(reply) == 0) {
+        LOG_POINT_FOR(Site, DLOG_ERROR, "pTuple is NULL");
+        return -1;
+    }
+    g_autoptr(GVariant) array = g_variant_get_child_value(reply, 0);
+    gsize length = 0;
+    const void* bytes = nullptr;
+    if (IsOfType(array, "ay")) {
+        bytes = g_variant_get_fixed_array(array, &length, 1);
+    }
+    if (bytes == nullptr) {
+        LOG_POINT_FOR(Site, DLOG_ERROR, "pByteArray is NULL");
+        return -1;
+    }
+    LOG_POINT_FOR(Site, DLOG_INFO, "elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", length,
+                  sizeof(CNetSpkNodeInfo));
+    const size_t count = length / sizeof(SCLSpkInfo);
+    if (count > ZAV_MAX_SPEAKERS) {
+        std::abort();
+    }
+    const auto* records = static_cast<const SCLSpkInfo*>(bytes);
+    list.assign(records, records + count);
+    int number = 0;
+    for (const SCLSpkInfo& speaker : list) {
+        const int type = speaker.m_Connecttype;
+        LOG_POINT_FOR(Site, DLOG_INFO, "spk[%d]: m_Connecttype: %d", ++number, type);
+    }
+    return number;
+}
+
+} // namespace
+
 int ZAVServiceAPI::GetSCL(std::vector<SCLSpkInfo>& list)
 {
-    return ::GetSCL([&list](const SCLSpkInfo* records, size_t count) {
-        list.assign(records, records + count);
-    });
+    LOG_SITE(Here);
+    Announce<Here>();
+    const Turn<Here> turn;
+    if (!turn) {
+        return 0;
+    }
+    list.clear();
+    g_autoptr(GVariant) reply = Call<Here>(Here::Name(), nullptr);
+    if (reply == nullptr) {
+        return 0;
+    }
+    const int size = ReadSpeakers<Here>(reply, list);
+    LOG_POINT(DLOG_INFO, "Speaker Size[%d]", size);
+    return size;
 }
 
 int ZAVServiceAPI::getSCL(SCLSpkInfo* out)
 {
-    return ::GetSCL(
-        [out](const SCLSpkInfo* records, size_t count) { std::copy_n(records, count, out); });
+    std::vector<SCLSpkInfo> list;
+    const int size = GetSCL(list);
+    std::copy(list.begin(), list.end(), out);
+    return size;
 }
 
-model_name ZAVServiceAPI::m_HashModelName(const char* name)
+// ------------------------------------------------------------------------ Common tunnel and S/PDIF
+
+namespace
 {
-    const auto found = hashMapModelToCode.find(std::string(name)); // throws on NULL
-    return found == hashMapModelToCode.end() ? MODEL_NAME_UNKNOWN : found->second;
+
+/** Whether there are bytes to send. */
+template <class Site>
+bool HasData(const unsigned char* data, int length)
+{
+    if (data != nullptr && length > 0) {
+        return true;
+    }
+    LOG_POINT_FOR(Site, DLOG_ERROR, "Wrong parameter  %p  %d", static_cast<const void*>(data),
+                  length);
+    return false;
 }
+
+} // namespace
 
 int ZAVServiceAPI::SetCapabilityCommonTunnelExternal(commonTunnel_external_id_e id)
 {
@@ -923,11 +880,137 @@ void ZAVServiceAPI::DataReceivedFromSpkViaSPDIF(const unsigned char* data, int l
     if (!HasData<Here>(data, length)) {
         return;
     }
-    const int sent = std::min(length, kSpdifLength);
+    const int sent = std::min(length, ZAV_MAX_SPDIF_DATA);
     Exchange<Here>(
         "ReceivedDataFromSpdif",
         [data, sent] { return g_variant_new("(@ayi)", Bytes(data, sent), sent); }, kFlag);
 }
+
+// ------------------------------------------------------------------------------------------ Models
+
+namespace
+{
+
+/**
+ * The codes of the device models: sound bars 0 to 4 and 16 to 25, wireless speakers 5 to 13, and
+ * the two generic names. The product names are placeholders, to be replaced with a device's own;
+ * callers compare against the codes, which therefore stand with each name.
+ */
+const std::map<std::string_view, model_name> hashMapModelToCode = {
+    {"SOUNDBAR_A1", model_name{0}},
+    {"SOUNDBAR_A2", model_name{1}},
+    {"SOUNDBAR_A3", model_name{2}},
+    {"SOUNDBAR_A4", model_name{3}},
+    {"SOUNDBAR_A5", model_name{4}},
+    {"SPEAKER_W1", model_name{5}},
+    {"SPEAKER_W2", model_name{6}},
+    {"SPEAKER_W3", model_name{7}},
+    {"SPEAKER_W4", model_name{8}},
+    {"SPEAKER_W5", model_name{9}},
+    {"SPEAKER_W6", model_name{11}},
+    {"SPEAKER_W7", model_name{10}},
+    {"SPEAKER_W8", model_name{12}},
+    {"SPEAKER_W9", model_name{13}},
+    {"MODEL_DEFAULT", MODEL_NAME_MODEL_DEFAULT},
+    {"SOUNDBAR_DEFAULT", MODEL_NAME_SOUNDBAR_DEFAULT},
+    {"SOUNDBAR_B1", model_name{16}},
+    {"SOUNDBAR_B2", model_name{17}},
+    {"SOUNDBAR_B3", model_name{18}},
+    {"SOUNDBAR_B4", model_name{19}},
+    {"SOUNDBAR_B5", model_name{20}},
+    {"SOUNDBAR_B6", model_name{21}},
+    {"SOUNDBAR_B7", model_name{22}},
+    {"SOUNDBAR_B8", model_name{23}},
+    {"SOUNDBAR_B9", model_name{24}},
+    {"SOUNDBAR_B10", model_name{25}},
+};
+
+} // namespace
+
+model_name ZAVServiceAPI::m_HashModelName(const char* name)
+{
+    const auto found = hashMapModelToCode.find(std::string(name)); // throws on NULL
+    return found == hashMapModelToCode.end() ? MODEL_NAME_UNKNOWN : found->second;
+}
+
+// ----------------------------------------------------------------------------------- Registrations
+
+ZAVCallBack ZAVServiceAPI::CallBackFunc = nullptr;
+ZAVCallBack ZAVServiceAPI::DisconnectCallBackFunc = nullptr;
+ZAVCallBack1 ZAVServiceAPI::SendDataToSpkViaSPDIF_cb = nullptr;
+void* ZAVServiceAPI::SendDataToSpkViaSPDIF_user_data = nullptr;
+extspk_sound_mode_changed_cb ZAVServiceAPI::Sound_mode_changed_cb = nullptr;
+void* ZAVServiceAPI::Sound_mode_changed_user_data = nullptr;
+commonTunnel_external_id_e ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_id =
+    COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
+ZavConnectedCallBack ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_connected_cb = nullptr;
+ZavDataReceivedCallBack ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_data_cb = nullptr;
+void* ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_user_data = nullptr;
+ZAVCsharpCallback ZAVServiceAPI::CSharpCallbackFunction = nullptr;
+
+namespace
+{
+
+/**
+ * The words of a registration: a reader gets those that one thread wrote together, and a
+ * replacement never shows an empty slot. The generation is odd while a thread writes.
+ */
+template <class... Words>
+class Registration
+{
+public:
+    constexpr explicit Registration(Words&... words) : m_words(words...) {}
+
+    void Set(std::type_identity_t<Words>... values)
+    {
+        unsigned even = m_generation.load(std::memory_order_relaxed) & ~1U;
+        while (!m_generation.compare_exchange_weak(even, even + 1, std::memory_order_acq_rel)) {
+            std::this_thread::yield(); // until the other writer has finished
+            even &= ~1U;
+        }
+        std::apply([&](Words&... words) { (Store(words, values), ...); }, m_words);
+        m_generation.store(even + 2, std::memory_order_release);
+    }
+
+    std::tuple<Words...> Get() const
+    {
+        for (;;) {
+            const unsigned before = m_generation.load(std::memory_order_acquire);
+            const auto read = std::apply(
+                [](Words&... words) { return std::tuple<Words...>(Load(words)...); }, m_words);
+            if ((before & 1U) == 0 && m_generation.load(std::memory_order_relaxed) == before) {
+                return read;
+            }
+            std::this_thread::yield();
+        }
+    }
+
+private:
+    std::tuple<Words&...> m_words;
+    std::atomic<unsigned> m_generation = 0;
+};
+
+constinit Registration spdifRegistration(ZAVServiceAPI::SendDataToSpkViaSPDIF_cb,
+                                         ZAVServiceAPI::SendDataToSpkViaSPDIF_user_data);
+constinit Registration soundModeRegistration(ZAVServiceAPI::Sound_mode_changed_cb,
+                                             ZAVServiceAPI::Sound_mode_changed_user_data);
+constinit Registration
+    tunnelRegistration(ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_id,
+                       ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_connected_cb,
+                       ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_data_cb,
+                       ZAVServiceAPI::ReceiveExternalDataViaCommonTunnel_user_data);
+
+template <class Site>
+bool HasConnection()
+{
+    if (Load(ZAVServiceAPI::connection) != nullptr) {
+        return true;
+    }
+    LOG_POINT_FOR(Site, DLOG_INFO, "connection is NULL");
+    return false;
+}
+
+} // namespace
 
 void ZAVServiceAPI::SignalSubscribe(ZAVCallBack callback)
 {
@@ -954,16 +1037,14 @@ bool ZAVServiceAPI::SetSendDataToSpkViaSPDIFcb(ZAVCallBack1 callback, void* user
         LOG_POINT(DLOG_INFO, "lcallback is NULL");
         return false;
     }
-    Store(SendDataToSpkViaSPDIF_user_data, user_data);
-    Store(SendDataToSpkViaSPDIF_cb, callback);
+    spdifRegistration.Set(callback, user_data);
     return true;
 }
 
 bool ZAVServiceAPI::UnSetSendDataToSpkViaSPDIFcb()
 {
     LOG_POINT(DLOG_INFO, " called !!!!");
-    Store(SendDataToSpkViaSPDIF_cb, ZAVCallBack1{});
-    Store(SendDataToSpkViaSPDIF_user_data, static_cast<void*>(nullptr));
+    spdifRegistration.Set(nullptr, nullptr);
     return true;
 }
 
@@ -975,8 +1056,7 @@ void ZAVServiceAPI::ExtSpkSetSoundModeChangedCb(extspk_sound_mode_changed_cb cal
         LOG_POINT(DLOG_INFO, "lcallback is NULL");
         return;
     }
-    Store(Sound_mode_changed_user_data, user_data);
-    Store(Sound_mode_changed_cb, callback);
+    soundModeRegistration.Set(callback, user_data);
 }
 
 bool ZAVServiceAPI::SetDataReceivedFromCommonTunnelExternalcb(commonTunnel_external_id_e id,
@@ -989,21 +1069,19 @@ bool ZAVServiceAPI::SetDataReceivedFromCommonTunnelExternalcb(commonTunnel_exter
         LOG_POINT(DLOG_INFO, "user_data is NULL");
         return false;
     }
-    Store(ReceiveExternalDataViaCommonTunnel_id, id);
-    Store(ReceiveExternalDataViaCommonTunnel_user_data, user_data);
-    Store(ReceiveExternalDataViaCommonTunnel_connected_cb, connected);
-    Store(ReceiveExternalDataViaCommonTunnel_data_cb, data);
+    tunnelRegistration.Set(id, connected, data, user_data);
     return true;
 }
 
 void ZAVServiceAPI::ALLSignalUnSubscribe()
 {
     LOG_POINT(DLOG_INFO, "ALLSignalUnSubscribe  called !!!!");
-    Store(CallBackFunc, ZAVCallBack{});
-    Store(DisconnectCallBackFunc, ZAVCallBack{});
-    Store(SendDataToSpkViaSPDIF_cb, ZAVCallBack1{});
-    Store(ReceiveExternalDataViaCommonTunnel_connected_cb, ZavConnectedCallBack{});
-    Store(ReceiveExternalDataViaCommonTunnel_data_cb, ZavDataReceivedCallBack{});
+    // Each callback by itself: its user data stay, so no reader can get a mixture.
+    Store(CallBackFunc, nullptr);
+    Store(DisconnectCallBackFunc, nullptr);
+    Store(SendDataToSpkViaSPDIF_cb, nullptr);
+    Store(ReceiveExternalDataViaCommonTunnel_connected_cb, nullptr);
+    Store(ReceiveExternalDataViaCommonTunnel_data_cb, nullptr);
 }
 
 bool ZAVServiceAPI::SubscribeZAVCSharpCallback(ZAVCsharpCallback callback)
@@ -1020,8 +1098,59 @@ bool ZAVServiceAPI::SubscribeZAVCSharpCallback(ZAVCsharpCallback callback)
 
 void ZAVServiceAPI::UnsubscribeZAVCSharpCallback()
 {
-    Store(CSharpCallbackFunction, ZAVCsharpCallback{});
+    Store(CSharpCallbackFunction, nullptr);
 }
+
+// ----------------------------------------------------------------------------------------- Signals
+
+namespace
+{
+
+/** A status of the common tunnel: 'q', connected or not, text. */
+constexpr gsize kTunnelStatus = 2 + ZAV_TUNNEL_STATUS_TEXT;
+
+/** Whether a signal brought what its handler unpacks. */
+template <class Site>
+bool HasParameters(GVariant* parameters, const char* type)
+{
+    if (parameters != nullptr && IsOfType(parameters, type)) {
+        return true;
+    }
+    LOG_POINT_FOR(Site, DLOG_ERROR, "Error: Parameter part is NULL");
+    return false;
+}
+
+/** The byte array of a signal, valid as long as the signal's parameters. */
+struct SignalBytes
+{
+    const unsigned char* data;
+    gsize count = 0;
+
+    SignalBytes(GVariant* parameters, gsize index)
+    {
+        g_autoptr(GVariant) array = g_variant_get_child_value(parameters, index);
+        data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
+    }
+};
+
+template <class Site>
+void LogNoBytes()
+{
+    LOG_POINT_FOR(Site, DLOG_ERROR, "Error: pRecievedData is NULL");
+}
+
+/** A copy filled up with 0. Bytes that do not fit end the process, in every build. */
+std::array<unsigned char, ZAV_SPDIF_BUFFER> Copied(const SignalBytes& bytes)
+{
+    std::array<unsigned char, ZAV_SPDIF_BUFFER> copy{};
+    if (bytes.count > copy.size()) {
+        std::abort();
+    }
+    std::copy_n(bytes.data, bytes.count, copy.begin());
+    return copy;
+}
+
+} // namespace
 
 void ZAVServiceAPI::m_OnSignalCallBack(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                                        const gchar*, GVariant*, gpointer) noexcept
@@ -1054,14 +1183,14 @@ void ZAVServiceAPI::m_OnSendDataViaSpdifSignalCallBack(GDBusConnection*, const g
         return;
     }
     const auto copy = Copied(bytes);
-    const auto callback = Load(SendDataToSpkViaSPDIF_cb);
+    const auto [callback, userData] = spdifRegistration.Get();
     if (callback == nullptr) {
         return;
     }
     for (gsize i = 0; i < bytes.count; ++i) {
         LOG_POINT(DLOG_ERROR, "data[%d]: %02x", static_cast<int>(i) + 1, copy[i]);
     }
-    callback(copy.data(), Load(SendDataToSpkViaSPDIF_user_data));
+    callback(copy.data(), userData);
 }
 
 void ZAVServiceAPI::m_OnReceiveExternalDataViaCommonTunnelCallBack(GDBusConnection*, const gchar*,
@@ -1081,23 +1210,21 @@ void ZAVServiceAPI::m_OnReceiveExternalDataViaCommonTunnelCallBack(GDBusConnecti
     }
     int sender = 0;
     g_variant_get_child(parameters, 2, "i", &sender);
-    const int listenedTo = Load(ReceiveExternalDataViaCommonTunnel_id);
-    if (sender != listenedTo && sender != COMMON_TUNNEL_EXTERNAL_ID_DEFAULT) {
+    const auto [id, connected, data, userData] = tunnelRegistration.Get();
+    if (sender != id && sender != COMMON_TUNNEL_EXTERNAL_ID_DEFAULT) {
         return;
     }
     auto copy = Copied(bytes);
-    void* const userData = Load(ReceiveExternalDataViaCommonTunnel_user_data);
-    const auto connected = Load(ReceiveExternalDataViaCommonTunnel_connected_cb);
-    if (bytes.count == kStatusLength && copy[0] == 'q' && connected != nullptr) {
+    if (bytes.count == kTunnelStatus && copy[0] == 'q' && connected != nullptr) {
         connected(copy[1] != 0 ? 1 : 0,
                   reinterpret_cast<char*>(const_cast<unsigned char*>(bytes.data + 2)), userData);
         return;
     }
-    if (bytes.count > kTunnelDataLength || sender != listenedTo) {
+    if (bytes.count > ZAV_MAX_TUNNEL_DATA || sender != id) {
         return;
     }
-    if (const auto callback = Load(ReceiveExternalDataViaCommonTunnel_data_cb)) {
-        callback(copy.data(), static_cast<int>(bytes.count), userData);
+    if (data != nullptr) {
+        data(copy.data(), static_cast<int>(bytes.count), userData);
     }
 }
 
@@ -1112,8 +1239,9 @@ void ZAVServiceAPI::m_OnSoundModeChangeEvent(GDBusConnection*, const gchar*, con
     int mode = 0;
     g_variant_get(parameters, "(i)", &mode);
     LogReceived<Here>(mode);
-    if (const auto callback = Load(Sound_mode_changed_cb)) {
-        callback(mode, Load(Sound_mode_changed_user_data));
+    const auto [callback, userData] = soundModeRegistration.Get();
+    if (callback != nullptr) {
+        callback(mode, userData);
     }
 }
 
@@ -1131,8 +1259,8 @@ void ZAVServiceAPI::NotifyZAVCsharpCallback(GDBusConnection*, const gchar*, cons
     const SignalBytes bytes(parameters, 1);
     // The managed side reads the address of the received bytes out of the buffer. The room is
     // reckoned as one 32-bit word for each of them.
-    std::array<unsigned char, kEventBuffer> buffer{};
-    const gsize count = std::min(bytes.count, kEventBuffer);
+    std::array<unsigned char, ZAV_EVENT_BUFFER> buffer{};
+    const gsize count = std::min<gsize>(bytes.count, buffer.size());
     if (count * sizeof(uint32_t) > buffer.size()) {
         std::abort();
     }

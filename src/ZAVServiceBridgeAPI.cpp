@@ -9,19 +9,22 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 bool checkDbusConnection();
 
 bool checkDbusConnection()
 {
-    return ZAVServiceAPI::m_bDBusConnectionState;
+    // Another thread may be setting it.
+    return std::atomic_ref(ZAVServiceAPI::m_bDBusConnectionState).load(std::memory_order_acquire);
 }
+
+// Of ZAVServiceAPI.cpp, not exported.
+void ReadEqualizerLevel(int* levels, int* count, size_t capacity);
+bool IsTrue(const bool& foreign);
 
 namespace
 {
-
-/** What the managed side has room for. */
-constexpr size_t kMaxLevels = 100;
 
 /** A failure is not reported: the request that follows is refused and says so. */
 void Connect()
@@ -147,9 +150,9 @@ bool IsAvailableEqualizer()
 void GetEqualizerLevel(int** levels, int* count)
 {
     ENTER();
-    std::array<int, kMaxLevels> received;
+    std::array<int, ZAV_MAX_LEVELS> received;
     int size = -1;
-    ZAVServiceAPI::GetEqualizerLevel(received.data(), &size, received.size());
+    ReadEqualizerLevel(received.data(), &size, received.size());
     if (size < 0) {
         *count = 0;
         return;
@@ -245,9 +248,8 @@ int IsZAVReady()
 
 int InitSpeakerManager(SpeakerManagerState state)
 {
-    // A bool that another language wrote may hold any byte.
-    const bool subWoofer = reinterpret_cast<const unsigned char&>(state.SubWooferAvailable) != 0;
-    const bool equalizer = reinterpret_cast<const unsigned char&>(state.EqualizerAvailable) != 0;
+    const bool subWoofer = IsTrue(state.SubWooferAvailable);
+    const bool equalizer = IsTrue(state.EqualizerAvailable);
     LOG_POINT(DLOG_ERROR, "ZAV_API_BRIDGE AudioEffect %d", state.AudioEffect);
     LOG_POINT(DLOG_ERROR, "ZAV_API_BRIDGE SubWooferLevel %d", state.SubWooferLevel);
     LOG_POINT(DLOG_ERROR, "ZAV_API_BRIDGE ConnectionStatus %d", state.ConnectionStatus);

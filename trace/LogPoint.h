@@ -47,11 +47,11 @@
 #define LOG_POINT_PREFIX "%s: %s(%d) > "
 
 /** Binds the enclosing function's name and signature to the local type `Site`. */
-#define LOG_SITE(Site) LOG_SITE_AS(Site, __PRETTY_FUNCTION__)
+#define LOG_SITE(Site) LOG_SITE_AS(Site, __func__, __PRETTY_FUNCTION__)
 
-/** The same with the signature under which the operation is known. */
-#define LOG_SITE_AS(Site, signature)                                                               \
-    static constexpr auto& siteName = __func__;                                                    \
+/** The same with the name and signature under which the operation is known. */
+#define LOG_SITE_AS(Site, name, signature)                                                         \
+    static constexpr auto& siteName = name;                                                        \
     static constexpr auto& siteSignature = signature;                                              \
     struct Site                                                                                    \
     {                                                                                              \
