@@ -56,6 +56,15 @@ TEST_F(Bus, IsReachedAsSoonAsItIsThere)
     EXPECT_EQ(0, Api::InitDbusConnection());
 }
 
+TEST_F(Bus, IsListenedToOnceHoweverManyThreadsConnect)
+{
+    for (int round = 0; round < 50; ++round) {
+        const Ended ended = RunProgram({ZAV_FIRST_CONNECTION, bus.Address()});
+        ASSERT_EQ("2\n", ended.out) << "signals heard of 2, in round " << round;
+        service.Reset();
+    }
+}
+
 /** Every request ends like this, and finds that the one before it has freed its turn. */
 void ExpectOfAll(int Request::*end)
 {
