@@ -155,8 +155,9 @@ typedef SCLSpkInfo CNetSpkNodeInfo;
  * and unregister themselves; a request blocks that thread. Data pointers are valid until the
  * callback returns. An exception that leaves a callback ends the process.
  *
- * A callback may still be running, or about to run, on that thread when it is unregistered from
- * another one: what it uses may be freed only after that thread has finished the dispatch. The
+ * A callback gets the user data that were registered with it, also while another thread replaces
+ * or removes the registration. It may then still be running, or about to run, on its thread: what
+ * it uses may be freed only after that thread has finished the dispatch. The
  * sound-mode callback can be replaced but never unregistered: what it uses is never to be freed.
  */
 /**@{*/
@@ -164,7 +165,8 @@ typedef SCLSpkInfo CNetSpkNodeInfo;
 /** "InvokeSignalHandler" or "DisconnectSignalHandler" arrived. */
 typedef void (*ZAVCallBack)(void);
 
-/** S/PDIF data arrived. @param data 44 bytes, filled up with 0; the length is not told */
+/** S/PDIF data arrived. @param data ZAV_SPDIF_BUFFER bytes, filled up with 0; the length is not
+ * told */
 typedef void (*ZAVCallBack1)(const void* data, void* user_data);
 
 /** The sound mode changed. @param mode in the service's numbering, from 0 */
@@ -173,18 +175,20 @@ typedef void (*extspk_sound_mode_changed_cb)(int mode, void* user_data);
 /**
  * Status of the common tunnel.
  * @param connected 1 or 0
- * @param text      18 bytes as the service sent them; a terminator only if it sent one
+ * @param text      ZAV_TUNNEL_STATUS_TEXT bytes as the service sent them; a terminator only if it
+ *                  sent one
  */
 typedef void (*ZavConnectedCallBack)(int connected, char* text, void* user_data);
 
-/** Data from the common tunnel. @param data its bytes @param length 1 to 40 */
+/** Data from the common tunnel. @param data its bytes @param length 1 to ZAV_MAX_TUNNEL_DATA */
 typedef void (*ZavDataReceivedCallBack)(unsigned char* data, int length, void* user_data);
 
 /**
  * Generic event for the managed binding.
  * @param event the service's event number
- * @param data  2200 bytes that begin with the address of the received bytes if there are any
- * @param count how many bytes were received, 0 to 550
+ * @param data  ZAV_EVENT_BUFFER bytes that begin with the address of the received bytes if there
+ * are any
+ * @param count how many bytes were received, 0 to ZAV_MAX_EVENT_DATA
  */
 typedef void (*ZAVCsharpCallback)(int event, void* data, int count);
 
