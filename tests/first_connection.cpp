@@ -21,6 +21,7 @@ int main(int /*argc*/, char** argv)
     constexpr int count = 8;
     std::latch all(count);
     std::vector<std::thread> threads;
+    threads.reserve(count);
     for (int i = 0; i < count; ++i) {
         threads.emplace_back([&all] {
             all.arrive_and_wait();

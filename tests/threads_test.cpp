@@ -138,6 +138,7 @@ TEST(FirstConnection, IsPublishedOnceByManyThreads)
             return Made<GDBusProxy>();
         };
         std::vector<std::future<int>> levels;
+        levels.reserve(count);
         for (int i = 0; i < count; ++i) {
             levels.push_back(std::async(std::launch::async, GetWooferLevel));
         }
@@ -152,7 +153,8 @@ TEST(FirstConnection, IsPublishedOnceByManyThreads)
 TEST(FirstConnection, IsNotTakenAwayByAnotherThreadsFailure)
 {
     InAProcess([] {
-        std::promise<void> entered, go;
+        std::promise<void> entered;
+        std::promise<void> go;
         std::atomic<bool> first = true;
         onProxy = [&]() -> GDBusProxy* {
             if (!first.exchange(false)) {
@@ -257,6 +259,7 @@ void Second(void* data)
 /** A kind of registration, and a signal for it. */
 struct Kind
 {
+    const char* name;
     void (*set)(bool first, void* data);
     void (*clear)();
     const char* body;
@@ -266,7 +269,8 @@ struct Kind
 constexpr auto kDevice = commonTunnel_external_id_e{5};
 
 const Kind kinds[] = {
-    {[](bool first, void* data) {
+    {"Spdif",
+     [](bool first, void* data) {
          Api::SetSendDataToSpkViaSPDIFcb(
              first ? [](const void*, void* own) { First(own); }
                    : [](const void*, void* own) { Second(own); },
@@ -274,13 +278,15 @@ const Kind kinds[] = {
      },
      [] { Api::UnSetSendDataToSpkViaSPDIFcb(); }, "([byte 1], 1)",
      Api::m_OnSendDataViaSpdifSignalCallBack},
-    {[](bool first, void* data) {
+    {"SoundMode",
+     [](bool first, void* data) {
          Api::ExtSpkSetSoundModeChangedCb(
              first ? [](int, void* own) { First(own); } : [](int, void* own) { Second(own); },
              data);
      },
      [] { Api::ALLSignalUnSubscribe(); }, "(3,)", Api::m_OnSoundModeChangeEvent},
-    {[](bool first, void* data) {
+    {"CommonTunnel",
+     [](bool first, void* data) {
          Api::SetDataReceivedFromCommonTunnelExternalcb(
              kDevice, nullptr,
              first ? [](unsigned char*, int, void* own) { First(own); }
@@ -344,7 +350,7 @@ TEST_P(Registrations, AreClearedAsAWhole)
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Registrations, testing::ValuesIn(kinds),
-                         [](const auto& kind) { return "Kind" + std::to_string(kind.index); });
+                         [](const auto& kind) { return kind.param.name; });
 
 TEST(Registration, IsTakenAsAWholeBeforeTheBytesAreLogged)
 {
