@@ -238,7 +238,7 @@ std::string ScalarHelp()
 
 int Get(const Options& options)
 {
-    const Scalar& scalar = Find(options.name, GetterNames());
+    const Scalar scalar = Find(options.name, GetterNames());
     const int value = Ask(scalar);
     json data;
     Add(data, scalar, value);
@@ -248,7 +248,7 @@ int Get(const Options& options)
 
 int Set(const Options& options)
 {
-    const Scalar& scalar = Find(options.name, SetterNames());
+    const Scalar scalar = Find(options.name, SetterNames());
     const int value =
         scalar.kind == Kind::mode ? ParseMode(options.value) : ParseInt(options.value);
     int result = 0;
