@@ -162,6 +162,9 @@ TEST_F(Cli, StatusShowsEverythingThatCanBeRead)
 
 TEST_F(Cli, AlignsAndColoursForPeople)
 {
+    if (RunProgram({"script", "-qec", "true", "/dev/null"}).exitCode != 0) {
+        GTEST_SKIP() << "no terminal can be made here: /dev/pts is not mounted";
+    }
     const auto onTerminal = [](const std::string& verb, const Environment& environment = {}) {
         Ended run = RunProgram({"script", "-qec", ZAVCTL " " + verb, "/dev/null"}, environment);
         std::erase(run.out, '\r');
