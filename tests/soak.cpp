@@ -13,7 +13,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <random>
+#include <shared_mutex>
 #include <thread>
 
 namespace
@@ -24,13 +26,19 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 std::atomic<long> answered, unanswered, refused, wrong, delivered;
-std::atomic<bool> finished;
+std::atomic<bool> finished, paused;
+std::shared_mutex asking; // shared by requests, held alone while there is none
 long emitted = 0;
 
 void Ask(unsigned seed)
 {
     std::mt19937 random(seed);
     while (!finished) {
+        if (paused) {
+            std::this_thread::sleep_for(milliseconds(1));
+            continue;
+        }
+        const std::shared_lock request(asking);
         const Request& one = requests::kAll[random() % requests::kAll.size()];
         const int end = one.run();
         (end == one.result       ? answered
@@ -85,8 +93,12 @@ struct Use
 {
     long memory, descriptors, threads;
 
-    static Use Now()
+    /** Between requests: one that waits for its answer holds a descriptor. */
+    static Use AtRest()
     {
+        paused = true;
+        const std::unique_lock alone(asking);
+        paused = false;
         const auto entries = [](const char* folder) {
             return std::distance(std::filesystem::directory_iterator(folder), {});
         };
@@ -121,9 +133,9 @@ bool Live(std::chrono::seconds length)
     g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
     Listen();
 
-    std::array<std::thread, 4> asking;
-    for (unsigned i = 0; i < asking.size(); ++i) {
-        asking[i] = std::thread(Ask, i);
+    std::array<std::thread, 4> threads;
+    for (unsigned i = 0; i < threads.size(); ++i) {
+        threads[i] = std::thread(Ask, i);
     }
     Use early{};
     Use late{};
@@ -133,10 +145,10 @@ bool Live(std::chrono::seconds length)
         for (int round = 0; Clock::now() < start + length; ++round) {
             Disturb(service, round);
             if (early.memory == 0 && Clock::now() > start + length / 3) {
-                early = Use::Now(); // everything has been used by now
+                early = Use::AtRest(); // everything has been used by now
             }
         }
-        late = Use::Now();
+        late = Use::AtRest();
         over = true;
     });
     while (!over || delivered < emitted) {
@@ -152,7 +164,7 @@ bool Live(std::chrono::seconds length)
         right &= Check(end == one.unanswered || end == one.refused, one.name.c_str());
     }
     finished = true;
-    for (std::thread& thread : asking) {
+    for (std::thread& thread : threads) {
         thread.join();
     }
 
