@@ -255,7 +255,8 @@ Ended RunProgram(const Arguments& arguments, const Environment& environment)
 
 PrivateBus::PrivateBus(const std::string& rules)
 {
-    std::string folder = std::filesystem::temp_directory_path() / "zav-bus-XXXXXX";
+    static const auto place = std::filesystem::temp_directory_path(); // before it is set below
+    std::string folder = place / "zav-bus-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) {
         throw std::runtime_error(folder + " cannot be made");
     }
@@ -263,8 +264,8 @@ PrivateBus::PrivateBus(const std::string& rules)
     m_address = "unix:path=" + m_folder + "/bus";
     std::ofstream(m_folder + "/bus.conf") << Configuration(rules);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
-    for (const char* place : {"TMPDIR", "TEST_TMPDIR"}) {
-        setenv(place, m_folder.c_str(), 1); // what is left behind goes with this folder
+    for (const char* name : {"TMPDIR", "TEST_TMPDIR"}) {
+        setenv(name, m_folder.c_str(), 1); // what is left behind goes with this folder
     }
     Start();
 }

@@ -325,11 +325,3 @@ extern "C" int usleep(useconds_t microseconds)
     }
     return 0;
 }
-
-int main(int argc, char** argv)
-{
-    char itself[] = ZAV_ITSELF; // what a death test of that style starts again
-    argv[0] = itself;
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -66,7 +66,8 @@ public:
             systemd-socket-activate --datagram -l /run/systemd/journal/socket sleep infinity &
             until [ -S /run/systemd/journal/socket ]; do sleep 0.01; done
             rm -f bus
-            (until [ -S bus ]; do sleep 0.01; done; chmod 777 bus; echo ready) &
+            (until grep -q " 00010000 .* $PWD/bus$" /proc/net/unix; do sleep 0.01; done
+                chmod 777 bus; echo ready) & # once it not only exists, but listens
             exec systemd-socket-activate -l "$PWD/bus" -E DBUS_SYSTEM_BUS_ADDRESS="unix:path=$PWD/bus" \
                 dbus-broker-launch --config-file="$PWD/bus.conf")";
         m_processes.emplace(Arguments{"unshare", "--mount", "--pid", "--fork", "--kill-child", "sh",
