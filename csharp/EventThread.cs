@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 using System;
+using System.IO;
 using System.Runtime.InteropServices;
 using System.Threading;
 using System.Threading.Tasks;
@@ -13,56 +14,97 @@ namespace Zav
     internal static class EventThread
     {
         private const string GLib = "libglib-2.0.so.0";
-        private const CallingConvention Cdecl = CallingConvention.Cdecl;
 
+        /// <summary>As long as a request waits for its reply.</summary>
+        internal static TimeSpan ConnectTimeout = TimeSpan.FromSeconds(5);
+
+        private static readonly object gate = new object();
+        private static Task connected; // the first connection or the last attempt
         private static volatile bool ending;
 
-        /// <summary>Starts the thread and waits until it has connected.</summary>
-        /// <returns>What connecting returned; the thread goes on only if that was true.</returns>
-        internal static bool Start(Func<bool> connect)
+        /// <summary>Waits for the connection; the first one starts the thread.</summary>
+        internal static async Task ConnectAsync(CancellationToken cancellationToken)
         {
-            var connected = new TaskCompletionSource<bool>();
-            var thread = new Thread(() => Run(connect, connected));
-            thread.IsBackground = true;
-            thread.Start();
-            return connected.Task.GetAwaiter().GetResult();
+            Task attempt = Attempt();
+            using (var waiting =
+                       CancellationTokenSource.CreateLinkedTokenSource(cancellationToken)) {
+                Task timeout = Task.Delay(ConnectTimeout, waiting.Token);
+                Task first = await Task.WhenAny(attempt, timeout).ConfigureAwait(false);
+                waiting.Cancel();
+                if (first == timeout) {
+                    cancellationToken.ThrowIfCancellationRequested();
+                    throw new TimeoutException(
+                        "neither the system bus nor ZAVService has answered within " +
+                        ConnectTimeout.TotalSeconds + " s; the attempt goes on");
+                }
+            }
+            await attempt.ConfigureAwait(false);
         }
 
-        private static void Run(Func<bool> connect, TaskCompletionSource<bool> connected)
+        private static Task Attempt()
         {
-            try {
-                IntPtr context = g_main_context_new();
-                g_main_context_push_thread_default(context);
-                if (!connect()) {
-                    g_main_context_pop_thread_default(context);
-                    g_main_context_unref(context);
-                    connected.SetResult(false);
-                    return;
+            lock (gate) {
+                if (connected == null || connected.IsFaulted) {
+                    var attempt = new TaskCompletionSource<bool>(
+                        TaskCreationOptions.RunContinuationsAsynchronously);
+                    connected = attempt.Task;
+                    new Thread(() => Run(attempt)) {
+                        IsBackground = true, Name = "ZavService events",
+                    }.Start();
                 }
-                // A Mono process cannot end before this thread has come back from C.
-                AppDomain.CurrentDomain.ProcessExit += (sender, arguments) => {
-                    ending = true;
-                    g_main_context_wakeup(context);
-                };
-                connected.SetResult(true);
-                while (!ending)
-                    g_main_context_iteration(context, 1);
-            } catch (Exception exception) {
-                connected.TrySetException(exception);
+                return connected;
             }
         }
 
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        private static void Run(TaskCompletionSource<bool> attempt)
+        {
+            IntPtr context = IntPtr.Zero;
+            try {
+                CheckRecord(Imports.get_size_of_SpeakerManagerState());
+                context = g_main_context_new();
+                g_main_context_push_thread_default(context);
+                if (Imports.InitDbusConnection() != 0)
+                    throw new IOException("no connection to ZAVService over the system bus");
+            } catch (Exception exception) {
+                if (context != IntPtr.Zero) {
+                    g_main_context_pop_thread_default(context);
+                    g_main_context_unref(context);
+                }
+                attempt.SetException(exception);
+                return;
+            }
+            // A Mono process cannot end before this thread has come back from C.
+            AppDomain.CurrentDomain.ProcessExit += (sender, arguments) => {
+                ending = true;
+                g_main_context_wakeup(context);
+            };
+            attempt.SetResult(true);
+            while (!ending)
+                g_main_context_iteration(context, 1);
+        }
+
+        /// <exception cref="NotSupportedException">
+        /// The library has another record: no call with one would be safe.
+        /// </exception>
+        internal static unsafe void CheckRecord(int librarySize)
+        {
+            if (librarySize != sizeof(SpeakerManagerState))
+                throw new NotSupportedException(
+                    "size of SpeakerManagerState: " + sizeof(SpeakerManagerState) + " here, " +
+                    librarySize + " in libzavservice-api.so");
+        }
+
+        [DllImport(GLib)]
         private static extern IntPtr g_main_context_new();
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        [DllImport(GLib)]
         private static extern void g_main_context_unref(IntPtr context);
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        [DllImport(GLib)]
         private static extern void g_main_context_push_thread_default(IntPtr context);
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        [DllImport(GLib)]
         private static extern void g_main_context_pop_thread_default(IntPtr context);
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        [DllImport(GLib)]
         private static extern int g_main_context_iteration(IntPtr context, int mayBlock);
-        [DllImport(GLib, CallingConvention = Cdecl)]
+        [DllImport(GLib)]
         private static extern void g_main_context_wakeup(IntPtr context);
     }
 }

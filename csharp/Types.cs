@@ -2,6 +2,8 @@
 //
 // The enumerations and records of ZAVServiceTypes.h. Numbers without a unit are the service's.
 using System;
+using System.Collections.Generic;
+using System.Collections.ObjectModel;
 using System.Runtime.InteropServices;
 
 namespace Zav
@@ -43,7 +45,7 @@ namespace Zav
         SoundBar1 = 115,
         /// <summary>Never listed.</summary>
         SoundBar2 = 116,
-        /// <summary>The mode could not be asked for.</summary>
+        /// <summary>No mode.</summary>
         None = 117
     }
 
@@ -52,13 +54,6 @@ namespace Zav
     {
         /// <summary>None; or the service could not be asked.</summary>
         None = 0
-    }
-
-    /// <summary>Supported features: the service's number, unchanged.</summary>
-    public enum FeatureSupport
-    {
-        /// <summary>The service could not be asked.</summary>
-        Unknown = -4
     }
 
     /// <summary>The speaker-manager state as the application knows it: 60 bytes.</summary>
@@ -72,8 +67,8 @@ namespace Zav
         internal fixed int ValueArray[7];
         /// <summary>0 without a sound device.</summary>
         public int ConnectionStatus;
-        internal byte SubWooferFlag;
-        internal byte EqualizerFlag;
+        internal byte SubWooferAvailableByte;
+        internal byte EqualizerAvailableByte;
         /// <summary>State of the speaker manager.</summary>
         public int State;
         /// <summary>Supported features.</summary>
@@ -86,21 +81,23 @@ namespace Zav
         /// <summary>Whether there is a sub-woofer to set.</summary>
         public bool SubWooferAvailable
         {
-            get { return SubWooferFlag != 0; }
-            set { SubWooferFlag = (byte)(value ? 1 : 0); }
+            get { return SubWooferAvailableByte != 0; }
+            set { SubWooferAvailableByte = (byte)(value ? 1 : 0); }
         }
 
         /// <summary>Whether there is an equalizer.</summary>
         public bool EqualizerAvailable
         {
-            get { return EqualizerFlag != 0; }
-            set { EqualizerFlag = (byte)(value ? 1 : 0); }
+            get { return EqualizerAvailableByte != 0; }
+            set { EqualizerAvailableByte = (byte)(value ? 1 : 0); }
         }
 
         /// <summary>Sets the seven values, which are passed through.</summary>
         /// <exception cref="ArgumentException">There are not seven.</exception>
         public void SetValues(params int[] values)
         {
+            if (values == null)
+                throw new ArgumentNullException(nameof(values));
             if (values.Length != 7)
                 throw new ArgumentException(values.Length + " values, not 7", nameof(values));
             fixed (int* array = ValueArray)
@@ -112,83 +109,86 @@ namespace Zav
     [StructLayout(LayoutKind.Sequential, Pack = 1)]
     public unsafe struct Speaker
     {
-        internal fixed byte Before[34];
+        internal fixed byte Opaque1[34];
         /// <summary>Connection type.</summary>
         public int ConnectionType;
-        internal fixed byte After[110];
+        internal fixed byte Opaque2[110];
 
         /// <summary>A copy of the whole record.</summary>
         public byte[] ToArray()
         {
+            var copy = new byte[sizeof(Speaker)];
             fixed (Speaker* record = &this)
-                return Layout.Copy(record, sizeof(Speaker));
+                Marshal.Copy(new IntPtr(record), copy, 0, copy.Length);
+            return copy;
         }
     }
 
-    /// <summary>An event that has a number instead of a name.</summary>
-    public sealed class ManagedEventArgs : EventArgs
+    /// <summary>The networked speakers.</summary>
+    public sealed class SpeakerList : ReadOnlyCollection<Speaker>
     {
-        internal ManagedEventArgs(int number, byte[] data)
+        internal SpeakerList(IList<Speaker> speakers, bool answered) : base(speakers)
+        {
+            Answered = answered;
+        }
+
+        /// <summary>Whether the service was asked; if not, the list is empty.</summary>
+        public bool Answered { get; }
+    }
+
+    /// <summary>A change of the sound mode.</summary>
+    public sealed class SoundModeChangedEventArgs : EventArgs
+    {
+        internal SoundModeChangedEventArgs(AudioEffect mode)
+        {
+            Mode = mode;
+        }
+
+        /// <summary>The mode that is set now.</summary>
+        public AudioEffect Mode { get; }
+    }
+
+    /// <summary>S/PDIF data for a speaker.</summary>
+    public sealed class SpdifDataReceivedEventArgs : EventArgs
+    {
+        private readonly byte[] data;
+
+        internal SpdifDataReceivedEventArgs(byte[] data)
+        {
+            this.data = data;
+        }
+
+        /// <summary>A copy of the data: 44 bytes, filled up with 0.</summary>
+        public byte[] ToArray() => (byte[])data.Clone();
+    }
+
+    /// <summary>An event of the service's that has a number instead of a name.</summary>
+    public sealed class NotifiedEventArgs : EventArgs
+    {
+        private readonly byte[] data;
+
+        internal NotifiedEventArgs(int number, byte[] data)
         {
             Number = number;
-            Data = data;
+            this.data = data;
         }
 
         /// <summary>The service's event number.</summary>
         public int Number { get; }
 
-        /// <summary>What belongs to the event, 0 to 550 bytes.</summary>
-        public byte[] Data { get; }
+        /// <summary>A copy of what belongs to the event, 0 to 550 bytes.</summary>
+        public byte[] ToArray() => (byte[])data.Clone();
     }
 
-    /// <summary>That both sides of the boundary mean the same bytes.</summary>
-    internal static class Layout
+    /// <summary>What a handler of another event has thrown.</summary>
+    public sealed class HandlerFailedEventArgs : EventArgs
     {
-        /// <param name="librarySize">The size of SpeakerManagerState in the library.</param>
-        /// <exception cref="NotSupportedException">
-        /// This runtime lays a record out in another way: no call would be safe.
-        /// </exception>
-        internal static void Check(int librarySize)
+        internal HandlerFailedEventArgs(Exception exception)
         {
-            Size(typeof(SpeakerManagerState), librarySize);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.AudioEffect), 0);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.SubWooferLevel), 4);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.ValueArray), 8);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.ConnectionStatus), 36);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.SubWooferFlag), 40);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.EqualizerFlag), 41);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.State), 44);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.FeatureSupported), 48);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.WooferConnected), 52);
-            Offset(typeof(SpeakerManagerState), nameof(SpeakerManagerState.EffectList), 56);
-            Size(typeof(Speaker), 148);
-            Offset(typeof(Speaker), nameof(Speaker.ConnectionType), 34);
+            Exception = exception;
         }
 
-        internal static void Offset(Type record, string member, int expected)
-        {
-            int offset = Marshal.OffsetOf(record, member).ToInt32();
-            Same("offset of " + record.Name + "." + member, offset, expected);
-        }
-
-        private static void Size(Type record, int expected)
-        {
-            Same("size of " + record.Name, Marshal.SizeOf(record), expected);
-        }
-
-        internal static unsafe byte[] Copy(void* bytes, int count)
-        {
-            var copy = new byte[count];
-            if (count > 0)
-                Marshal.Copy(new IntPtr(bytes), copy, 0, count);
-            return copy;
-        }
-
-        private static void Same(string what, int managed, int native)
-        {
-            if (managed != native)
-                throw new NotSupportedException(
-                    what + ": " + managed + " here, " + native + " in libzavservice-api.so");
-        }
+        /// <summary>The exception.</summary>
+        public Exception Exception { get; }
     }
 }

@@ -11,13 +11,13 @@ internal static class Example
     {
         using (var heard = new ManualResetEventSlim())
         using (ZavService zav = ZavService.Connect()) {
-            Console.WriteLine("mode {0}, woofer level {1}", zav.Mode, zav.WooferLevel);
-            zav.SoundModeChanged += (sender, mode) => {
-                Console.WriteLine("the mode is now {0}", mode);
+            AudioEffect? mode = zav.GetMode(); // null: it could not be asked for
+            Console.WriteLine("mode {0}, woofer level {1}", mode, zav.GetWooferLevel());
+            zav.SoundModeChanged += (sender, change) => {
+                Console.WriteLine("the mode is now {0}", change.Mode);
                 heard.Set();
             };
-            bool music = zav.Mode == AudioEffect.Music;
-            zav.SetMode(music ? AudioEffect.Movie : AudioEffect.Music);
+            zav.SetMode(mode == AudioEffect.Music ? AudioEffect.Movie : AudioEffect.Music);
             return heard.Wait(TimeSpan.FromSeconds(5)) ? 0 : 1;
         }
     }
