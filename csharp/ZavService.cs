@@ -89,8 +89,12 @@ namespace Zav
                     return;
                 disposed = true;
                 instances = instances.Where(instance => instance != this).ToArray();
-                if (instances.Length == 0)
-                    StopListening();
+                if (instances.Length != 0)
+                    return;
+                Imports.ALLSignalUnSubscribe();
+                Imports.UnSetSendDataToSpkViaSPDIFcb();
+                Imports.UnsubscribeZAVCSharpCallback();
+                Imports.FiniDbusConnection();
             }
         }
 
@@ -152,23 +156,13 @@ namespace Zav
                     Imports.DisconnectSignalSubscribe(Callbacks.Disconnected);
                     Imports.SetSendDataToSpkViaSPDIFcb(Callbacks.SpdifDataReceived, IntPtr.Zero);
                     Imports.ExtSpkSetSoundModeChangedCb(Callbacks.SoundModeChanged, IntPtr.Zero);
-                    if (Imports.SubscribeZAVCSharpCallback(Callbacks.Notified) == 0) {
-                        StopListening();
+                    if (Imports.SubscribeZAVCSharpCallback(Callbacks.Notified) == 0)
                         throw new IOException(
                             "other code of the process keeps the connection to ZAVService busy");
-                    }
                 }
                 instances = instances.Concat(new[] { this }).ToArray();
             }
             return this;
-        }
-
-        private static void StopListening()
-        {
-            Imports.ALLSignalUnSubscribe();
-            Imports.UnSetSendDataToSpkViaSPDIFcb();
-            Imports.UnsubscribeZAVCSharpCallback();
-            Imports.FiniDbusConnection();
         }
 
         /// <summary>No exception may get from here into C.</summary>
