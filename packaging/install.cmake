@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 #
-# What is installed, in the components `runtime`, `dev`, `tools` and, on request, `standins`; the
-# Debian packages, one for each component; the reference documentation. Everything that is
-# installed can be moved as a whole afterwards.
+# What is installed, in the components `runtime`, `dev`, `tools`, `csharp` and, on request,
+# `standins`; the Debian packages, one for each component; the reference documentation. Everything
+# that is installed can be moved as a whole afterwards.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -19,6 +19,7 @@ set(ZAV_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_default}
 set(package_runtime libzavservice-api)
 set(package_dev libzavservice-api-dev)
 set(package_tools zavservice-api-tools)
+set(package_csharp libzavservice-api-cil)
 set(package_standins libzavservice-api-standins)
 
 # ---- runtime
@@ -90,6 +91,14 @@ foreach(standin platform-log ruvi-lumo)
 endforeach()
 list(REMOVE_DUPLICATES components)
 
+# ---- csharp: the managed binding, as Mono's compiler made it
+
+if(TARGET csharp)
+    install(FILES ${PROJECT_BINARY_DIR}/ZavService.dll ${PROJECT_BINARY_DIR}/ZavService.xml
+            DESTINATION lib/cli/zavservice-api COMPONENT csharp)
+    list(APPEND components csharp)
+endif()
+
 # ---- Debian packages
 
 foreach(component ${components})
@@ -124,6 +133,11 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION}), libglib2.0-dev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_CSHARP_PACKAGE_SECTION cli-mono)
+set(CPACK_DEBIAN_CSHARP_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_CSHARP_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_CSHARP_PACKAGE_DEPENDS
+    "${package_runtime} (= ${PROJECT_VERSION}), mono-runtime, libmono-system-core4.0-cil")
 set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
 include(CPack)
 
