@@ -329,10 +329,10 @@ internal static class Tests
     {
         try {
             action();
+            throw new InvalidDataException("no " + typeof(T).Name);
         } catch (T expected) {
             return expected;
         }
-        throw new InvalidDataException("no " + typeof(T).Name);
     }
 
     /// <summary>The events as text, one after the other.</summary>
