@@ -34,7 +34,7 @@ namespace Zav
                 if (first == timeout) {
                     cancellationToken.ThrowIfCancellationRequested();
                     throw new TimeoutException(
-                        "neither the system bus nor ZAVService has answered within " +
+                        "ZAVService, or the system bus, has not answered within " +
                         ConnectTimeout.TotalSeconds + " s; the attempt goes on");
                 }
             }
