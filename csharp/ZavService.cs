@@ -15,8 +15,9 @@ namespace Zav
     /// or not, wait for one another in the order in which they were made. Then each takes 5 s at
     /// the most. Cancelling gives up a request that still waits for its turn; one that has been
     /// sent is carried out. Each member says what it returns when the service was not asked or has
-    /// not answered: *refused*, because code of the process beside this class kept the connection
-    /// busy for 1 s; *unanswered*, because no reply came, or an error.
+    /// not answered: <i>refused</i>, because code of the process beside this class kept the
+    /// connection busy for 1 s; <i>unanswered</i>, because no reply came, or an error. "As it may be
+    /// itself" means that the result of a failure may also be an answer.
     /// </para>
     /// <para>
     /// <b>Events</b> are raised one after the other, in the order in which the service sent them,
