@@ -22,8 +22,6 @@ using Api = ZAVServiceAPI;
 namespace
 {
 
-constexpr std::chrono::seconds kLimit{20};
-
 std::atomic<int> subscribed = 0, published = 0, alive = 0; // alive: connections and proxies
 std::function<GDBusProxy*()> onProxy;
 std::function<void()> onSubscribe, onRecord;
@@ -39,56 +37,49 @@ T* Made()
     return reinterpret_cast<T*>(object);
 }
 
-void Call(const std::function<void()>& hook)
+template <class Hook, class... Arguments>
+void Call(const Hook& hook, Arguments... arguments)
 {
     if (hook) {
-        hook();
+        hook(arguments...);
     }
 }
 
 } // namespace
 
-GDBusConnection* g_bus_get_sync(GBusType /*type*/, GCancellable* /*none*/, GError** /*error*/)
+GDBusConnection* g_bus_get_sync(GBusType, GCancellable*, GError**)
 {
     return Made<GDBusConnection>();
 }
 
-GDBusProxy* g_dbus_proxy_new_sync(GDBusConnection* /*connection*/, GDBusProxyFlags /*flags*/,
-                                  GDBusInterfaceInfo* /*none*/, const gchar* /*name*/,
-                                  const gchar* /*path*/, const gchar* /*interface*/,
-                                  GCancellable* /*none*/, GError** /*error*/)
+GDBusProxy* g_dbus_proxy_new_sync(GDBusConnection*, GDBusProxyFlags, GDBusInterfaceInfo*,
+                                  const gchar*, const gchar*, const gchar*, GCancellable*, GError**)
 {
     return onProxy();
 }
 
-guint g_dbus_connection_signal_subscribe(GDBusConnection* /*connection*/, const gchar* /*sender*/,
-                                         const gchar* /*interface*/, const gchar* /*member*/,
-                                         const gchar* /*path*/, const gchar* /*arg0*/,
-                                         GDBusSignalFlags /*flags*/,
-                                         GDBusSignalCallback /*handler*/, gpointer /*data*/,
-                                         GDestroyNotify /*release*/)
+guint g_dbus_connection_signal_subscribe(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                                         const gchar*, const gchar*, GDBusSignalFlags,
+                                         GDBusSignalCallback, gpointer, GDestroyNotify)
 {
     Call(onSubscribe);
     return static_cast<guint>(++subscribed);
 }
 
-GVariant* g_dbus_proxy_call_sync(GDBusProxy* /*proxy*/, const gchar* /*method*/,
-                                 GVariant* /*parameters*/, GDBusCallFlags /*flags*/,
-                                 gint /*timeout*/, GCancellable* /*none*/, GError** /*error*/)
+GVariant* g_dbus_proxy_call_sync(GDBusProxy*, const gchar*, GVariant*, GDBusCallFlags, gint,
+                                 GCancellable*, GError**)
 {
     return g_variant_ref_sink(g_variant_new("(i)", 7));
 }
 
-int __dlog_print(int /*id*/, int /*priority*/, const char* /*tag*/, const char* format, ...)
+int __dlog_print(int, int, const char*, const char* format, ...)
 {
-    if (onLine) {
-        onLine(format);
-    }
+    Call(onLine, format);
     return 0;
 }
 
 // The real logger may use all of the room that it has.
-lumo::TCLogger::TCLogger(const TSCodeLocation& /*location*/)
+lumo::TCLogger::TCLogger(const TSCodeLocation&)
 {
     memset(static_cast<void*>(this), 0xA5, 64);
     Call(onRecord);
@@ -173,67 +164,63 @@ TEST(FirstConnection, IsNotTakenAwayByAnotherThreadsFailure)
     });
 }
 
+/** Lets two threads attempt to connect at once: each has a proxy before either goes on. */
+void TwoAtOnce(const std::function<void()>& attempt)
+{
+    std::latch both(2);
+    onProxy = [&both] {
+        both.arrive_and_wait();
+        return Made<GDBusProxy>();
+    };
+    auto first = std::async(std::launch::async, attempt);
+    auto second = std::async(std::launch::async, attempt);
+    first.get();
+    second.get();
+    ExpectOneConnection();
+}
+
 TEST(FirstConnection, IsLeftToTheNextWhenTheTraceLibraryThrows)
 {
     InAProcess([] {
-        std::latch both(2);
-        onProxy = [&both] {
-            both.arrive_and_wait();
-            return Made<GDBusProxy>();
-        };
-        std::atomic<bool> thrown = false;
+        std::atomic<int> thrown = 0;
         onRecord = [&thrown] {
-            if (published > 0 && !thrown.exchange(true)) {
+            if (published > 0 && thrown++ == 0) {
                 EXPECT_EQ(nullptr, Api::connection);
                 EXPECT_FALSE(Api::m_bDBusConnectionState);
                 throw std::runtime_error("no room for a record");
             }
         };
-        auto first = std::async(std::launch::async, Api::InitDbusConnection);
-        auto second = std::async(std::launch::async, Api::InitDbusConnection);
-        int failures = 0;
-        for (auto* attempt : {&first, &second}) {
+        std::atomic<int> failures = 0;
+        TwoAtOnce([&failures] {
             try {
-                EXPECT_EQ(0, attempt->get());
+                EXPECT_EQ(0, Api::InitDbusConnection());
             } catch (const std::runtime_error&) {
                 ++failures;
             }
-        }
+        });
         EXPECT_EQ(1, failures);
-        ExpectOneConnection();
     });
 }
 
 TEST(FirstConnection, IsThereWhenTheSecondThreadGoesOn)
 {
     InAProcess([] {
-        std::latch both(2);
-        onProxy = [&both] {
-            both.arrive_and_wait();
-            return Made<GDBusProxy>();
-        };
-        std::promise<void> ready;
-        std::future<void> went = ready.get_future();
-        std::atomic<int> returned = 0;
+        std::promise<void> returned;
         // The first gives the second every opportunity to go on too early.
-        onSubscribe = [&] {
+        onSubscribe = [went = returned.get_future().share()] {
             if (subscribed == 0) {
                 went.wait_for(std::chrono::milliseconds(200));
             }
         };
-        const auto request = [&] {
+        std::atomic<int> through = 0;
+        TwoAtOnce([&] {
             EXPECT_EQ(0, Api::InitDbusConnection());
-            if (returned++ == 0) {
-                EXPECT_EQ(6, subscribed);
-                ready.set_value();
+            EXPECT_EQ(6, subscribed);
+            if (through++ == 0) {
+                returned.set_value();
             }
             EXPECT_EQ(7, Api::GetWooferLevel());
-        };
-        auto first = std::async(std::launch::async, request);
-        auto second = std::async(std::launch::async, request);
-        first.get();
-        second.get();
-        ExpectOneConnection();
+        });
     });
 }
 
@@ -242,18 +229,13 @@ TEST(FirstConnection, IsThereWhenTheSecondThreadGoesOn)
 int dataOfFirst[2], dataOfSecond, called, torn;
 const void* lastData;
 
-void First(void* data)
+template <bool first, class... Arguments>
+void Callback(Arguments... arguments)
 {
+    lastData = std::get<sizeof...(arguments) - 1>(std::tuple(arguments...));
     ++called;
-    lastData = data;
-    torn += data != &dataOfFirst[0] && data != &dataOfFirst[1] ? 1 : 0;
-}
-
-void Second(void* data)
-{
-    ++called;
-    lastData = data;
-    torn += data != &dataOfSecond ? 1 : 0;
+    torn += first ? lastData != &dataOfFirst[0] && lastData != &dataOfFirst[1]
+                  : lastData != &dataOfSecond;
 }
 
 /** A kind of registration, and a signal for it. */
@@ -266,34 +248,27 @@ struct Kind
     GDBusSignalCallback handler;
 };
 
-constexpr auto kDevice = commonTunnel_external_id_e{5};
-
 const Kind kinds[] = {
     {"Spdif",
      [](bool first, void* data) {
-         Api::SetSendDataToSpkViaSPDIFcb(
-             first ? [](const void*, void* own) { First(own); }
-                   : [](const void*, void* own) { Second(own); },
-             data);
+         constexpr ZAVCallBack1 callbacks[] = {Callback<false>, Callback<true>};
+         Api::SetSendDataToSpkViaSPDIFcb(callbacks[first], data);
      },
      [] { Api::UnSetSendDataToSpkViaSPDIFcb(); }, "([byte 1], 1)",
      Api::m_OnSendDataViaSpdifSignalCallBack},
     {"SoundMode",
      [](bool first, void* data) {
-         Api::ExtSpkSetSoundModeChangedCb(
-             first ? [](int, void* own) { First(own); } : [](int, void* own) { Second(own); },
-             data);
+         constexpr extspk_sound_mode_changed_cb callbacks[] = {Callback<false>, Callback<true>};
+         Api::ExtSpkSetSoundModeChangedCb(callbacks[first], data);
      },
-     [] { Api::ALLSignalUnSubscribe(); }, "(3,)", Api::m_OnSoundModeChangeEvent},
+     Api::ALLSignalUnSubscribe, "(3,)", Api::m_OnSoundModeChangeEvent},
     {"CommonTunnel",
      [](bool first, void* data) {
-         Api::SetDataReceivedFromCommonTunnelExternalcb(
-             kDevice, nullptr,
-             first ? [](unsigned char*, int, void* own) { First(own); }
-                   : [](unsigned char*, int, void* own) { Second(own); },
-             data);
+         constexpr ZavDataReceivedCallBack callbacks[] = {Callback<false>, Callback<true>};
+         Api::SetDataReceivedFromCommonTunnelExternalcb(commonTunnel_external_id_e{5}, nullptr,
+                                                        callbacks[first], data);
      },
-     [] { Api::ALLSignalUnSubscribe(); }, "([byte 1], 1, 5)",
+     Api::ALLSignalUnSubscribe, "([byte 1], 1, 5)",
      Api::m_OnReceiveExternalDataViaCommonTunnelCallBack},
 };
 
