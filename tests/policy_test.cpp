@@ -6,7 +6,6 @@
 #include "ZAVServiceAPI.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <pwd.h>
@@ -52,44 +51,13 @@ struct AsNobody
     AsNobody& operator=(const AsNobody&) = delete;
 };
 
-/**
- * dbus-broker behind the address of a bus that has been stopped. Its launcher takes an inherited
- * socket and needs somebody who listens where the journal does; of both there is one of its own.
- */
-class Broker
-{
-public:
-    explicit Broker(const std::filesystem::path& folder)
-    {
-        std::ofstream(folder / "broker") << R"(set -e
-            mount -t tmpfs none /run && mkdir -p /run/systemd/journal
-            systemd-socket-activate --datagram -l /run/systemd/journal/socket sleep infinity &
-            until [ -S /run/systemd/journal/socket ]; do sleep 0.01; done
-            rm -f bus
-            (until grep -q " 00010000 .* $PWD/bus$" /proc/net/unix; do sleep 0.01; done
-                chmod 777 bus; echo ready) & # once it not only exists, but listens
-            exec systemd-socket-activate -l "$PWD/bus" -E DBUS_SYSTEM_BUS_ADDRESS="unix:path=$PWD/bus" \
-                dbus-broker-launch --config-file="$PWD/bus.conf")";
-        m_processes.emplace(Arguments{"unshare", "--mount", "--pid", "--fork", "--kill-child", "sh",
-                                      "-c", "cd " + folder.string() + "; . ./broker"});
-        m_processes->ReadUntil("ready");
-    }
-
-private:
-    std::optional<Child> m_processes;
-};
-
-class Policy : public testing::TestWithParam<const char*>
+class Policy : public testing::Test
 {
 protected:
     void SetUp() override
     {
         if (geteuid() != 0) {
             GTEST_SKIP() << "needs root";
-        }
-        if (IsBroker() && (!Found("dbus-broker-launch") || !Found("systemd-socket-activate") ||
-                           RunProgram({"unshare", "--mount", "true"}).exitCode != 0)) {
-            GTEST_SKIP() << "dbus-broker is not installed, or cannot be put into a namespace";
         }
     }
 
@@ -99,10 +67,6 @@ protected:
         const auto folder =
             std::filesystem::path(bus->Address().substr(strlen("unix:path="))).parent_path();
         chmod(folder.c_str(), 0711);
-        if (IsBroker()) {
-            bus->Stop();
-            broker.emplace(folder);
-        }
         service.emplace(*bus);
 
         const AsNobody user;
@@ -161,21 +125,11 @@ protected:
     }
 
     std::optional<PrivateBus> bus;
-    std::optional<Broker> broker;
     std::optional<Simulator> service;
     Modes heard;
-
-private:
-    static bool IsBroker() { return GetParam() == std::string("broker"); }
-
-    static bool Found(const char* program)
-    {
-        g_autofree char* path = g_find_program_in_path(program);
-        return path != nullptr;
-    }
 };
 
-TEST_P(Policy, LetsEveryUsersRequestsAndTheServicesSignalsPass)
+TEST_F(Policy, LetsEveryUsersRequestsAndTheServicesSignalsPass)
 {
     Start(kPolicy);
     EXPECT_EQ(0, ZAVServiceAPI::SetMode(AUDIO_EFFECT_MOVIE));
@@ -184,7 +138,7 @@ TEST_P(Policy, LetsEveryUsersRequestsAndTheServicesSignalsPass)
     EXPECT_EQ((Modes{4, -1}), Heard(2));
 }
 
-TEST_P(Policy, KeepsForgedSignalsFromApplications)
+TEST_F(Policy, KeepsForgedSignalsFromApplications)
 {
     Start(kPolicy);
     Forge("SetCbSoundModeChange", g_variant_new("(i)", 9));
@@ -198,14 +152,14 @@ TEST_P(Policy, KeepsForgedSignalsFromApplications)
 }
 
 /** What the test above would see if the policy did nothing. */
-TEST_P(Policy, IsWhatKeepsThem)
+TEST_F(Policy, IsWhatKeepsThem)
 {
     Start(kOtherPolicy);
     Forge("SetCbSoundModeChange", g_variant_new("(i)", 9));
     EXPECT_EQ((Modes{9, 9}), Heard(2));
 }
 
-TEST_P(Policy, LetsNobodyElseOwnTheName)
+TEST_F(Policy, LetsNobodyElseOwnTheName)
 {
     Start(kPolicy);
     service->Stop();
@@ -213,8 +167,5 @@ TEST_P(Policy, LetsNobodyElseOwnTheName)
               AskBus(ConnectAsNobody().get(), "RequestName",
                      g_variant_new("(su)", "org.kelmar.tv.zav", 0)));
 }
-
-INSTANTIATE_TEST_SUITE_P(On, Policy, testing::Values("daemon", "broker"),
-                         [](const auto& kind) { return std::string(kind.param); });
 
 } // namespace
