@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What is read from files that others wrote: trace stores and the simulated service's scenarios.
-#include "Criticals.h"
 #include "Input.h"
 #include "Scenario.h"
 #include "TraceFormat.h"

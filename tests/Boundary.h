@@ -1,127 +1,179 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file Boundary.h
- * What the tests without a bus share: a fixture that looks at both sides of the library's
- * boundary, and the parts of expected transcript lines.
+ * The boundary log: everything that crosses the library's boundary, in the order in which it does,
+ * a line for each. FakeGio writes the calls, locks, sleeps and releases; Recorder writes the log
+ * points; a test adds what its callbacks were called with and what a call returned:
+ *
+ *     4 GetWooferLevel > Sending Integer Data to ZAVService.....
+ *     lock taken
+ *     call GetWooferLevel ()
+ *     4 GetWooferLevel > Returned from ZAVService...
+ *     4 GetWooferLevel > IntDataReceived: 7 from ZAVService | int
+ *     reply released
+ *     lock freed
+ *     = 7
+ *
+ * A log point's line has its priority, its function and its text, and behind the bar the types of
+ * the arguments in its trace record, which was found to say the same.
  */
 #ifndef ZAV_TESTS_BOUNDARY_H
 #define ZAV_TESTS_BOUNDARY_H
 
-#include "FakeGio.h"
-#include "Recorder.h"
-#include "ZAVServiceAPI.h"
-
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
 #include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
-using Api = ZAVServiceAPI;
-using recorder::Transcript;
-using Actions = std::vector<std::string>;
-
-class Boundary : public testing::Test
+namespace boundary
 {
-protected:
-    Boundary()
-    {
-        fake::Reset();
-        recorder::Reset();
-    }
 
-    ~Boundary() override { EXPECT_TRUE(fake::AllReleased()); }
+/** Whether the log is kept. To keep it takes memory and time. */
+inline bool kept = true;
 
-    static void Connect()
-    {
-        ASSERT_EQ(0, Api::InitDbusConnection());
-        fake::TakeActions();
-        recorder::Take();
-    }
+/** Called before each line, if set; may write lines of its own. */
+inline void (*beforeLine)() = nullptr;
 
-    /** As before the first connection. */
-    static void Disconnect() { Api::proxy = nullptr; }
-};
+/** What an address is called in the log. */
+inline std::map<const void*, std::string> names;
 
-/** The record bytes of an `int`, as the transcript shows them. */
-inline std::string Bytes(int value)
+inline std::mutex guard;
+inline std::string lines;
+inline int output = -1; ///< where the lines go at once, if anywhere
+
+template <class... Parts>
+void Write(const Parts&... parts)
 {
-    char text[16];
-    const auto u = static_cast<unsigned>(value);
-    snprintf(text, sizeof text, " %02x %02x %02x %02x", u & 255, u >> 8 & 255, u >> 16 & 255,
-             u >> 24);
+    if (!kept) {
+        return;
+    }
+    std::ostringstream line;
+    (line << ... << parts) << "\n";
+    const std::lock_guard lock(guard);
+    lines += line.str();
+    if (output >= 0 && write(output, lines.data(), lines.size()) > 0) {
+        lines.clear();
+    }
+}
+
+template <class... Parts>
+void Add(const Parts&... parts)
+{
+    if (beforeLine != nullptr) {
+        beforeLine();
+    }
+    Write(parts...);
+}
+
+/** With a run of the same numbers as one of them: "1*40". */
+inline std::string Folded(std::string text)
+{
+    static const std::regex run(R"((\b\w+)(, \1\b){3,})");
+    for (std::smatch found; std::regex_search(text, found, run);) {
+        const auto count = 1 + found.length() / (found.length(1) + 2);
+        text = found.prefix().str() + found.str(1) + "*" + std::to_string(count) +
+               found.suffix().str();
+    }
     return text;
 }
 
-/** The record bytes of a short text. */
-inline std::string Bytes(const std::string& value)
+/** The log since the last call of this function. */
+inline std::string Take()
 {
-    std::string text;
-    for (const char c : std::string(1, static_cast<char>(value.size())) + value) {
-        char hex[4];
-        snprintf(hex, sizeof hex, " %02x", static_cast<unsigned char>(c));
-        text += hex;
-    }
-    return text;
+    const std::lock_guard lock(guard);
+    return std::exchange(lines, {});
 }
 
-/** The record bytes of an address: its low half. */
-inline std::string Bytes(const void* value)
+/** Does something of which no line is kept. */
+template <class Call>
+void Quietly(const Call& call)
 {
-    return Bytes(static_cast<int>(reinterpret_cast<intptr_t>(value)));
+    kept = false;
+    call();
+    Add();
+    kept = true;
 }
 
-/** An address as the log prints it. */
-inline std::string Text(const void* value)
+/**
+ * The log of what is done in a process of its own. This one has to be without threads; as long as
+ * it never connects, the other one starts without a connection.
+ */
+inline std::string LogOf(const std::function<void()>& play)
 {
-    char text[32];
-    snprintf(text, sizeof text, "%p", value);
-    return text;
+    int ends[2];
+    fflush(nullptr);
+    if (pipe(ends) != 0) {
+        return "no pipe";
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        output = ends[1];
+        lines.clear();
+        play();
+        exit(0); // the usual way, on which leaks are looked for
+    }
+    close(ends[1]);
+    std::string log;
+    char part[4096];
+    for (ssize_t size = 0; (size = read(ends[0], part, sizeof part)) > 0;) {
+        log.append(part, static_cast<size_t>(size));
+    }
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) {
+        log += "the process ends by signal " + std::to_string(WTERMSIG(status)) + "\n";
+    } else if (status != 0) {
+        log += "the process ends with " + std::to_string(WEXITSTATUS(status)) + "\n";
+    }
+    return log;
 }
 
-/** The lines that requests have in common. */
-struct Lines
+inline std::vector<std::string> Split(const std::string& log)
 {
-    std::string name;
+    std::istringstream stream(log);
+    std::vector<std::string> all;
+    for (std::string line; std::getline(stream, line);) {
+        all.push_back(line);
+    }
+    return all;
+}
 
-    std::string Line(int priority, const std::string& text, const std::string& bytes = "") const
-    {
-        return std::to_string(priority) + " " + name + " > " + text +
-               (bytes.empty() ? "" : " |" + bytes);
+/** For EXPECT_PRED_FORMAT2: shows where they part, - expected, + actual, and a few lines around. */
+inline testing::AssertionResult SameLog(const char*, const char*, const std::string& expected,
+                                        const std::string& actual)
+{
+    if (expected == actual) {
+        return testing::AssertionSuccess();
     }
-
-    std::string Announced() const { return Line(4, "Sending Integer Data to ZAVService....."); }
-    std::string Announced(int value) const
-    {
-        return Line(4, "Sending Integer Data to ZAVService " + std::to_string(value) + ".....",
-                    Bytes(value));
-    }
-    std::string NoProxy() const
-    {
-        return Line(6, "Error::Please initialize Dbus Connection by calling InitDbusConnection "
-                       "function");
-    }
-    std::string Busy(int budget) const
-    {
-        return Line(6, name + " API is busy. wait 10msec\ttimeout " + std::to_string(budget),
-                    Bytes(name) + Bytes(budget));
-    }
-    /** Announced, then refused after a hundred attempts. */
-    Transcript GivenUp(const std::string& announced) const
-    {
-        Transcript lines{announced};
-        for (int budget = 100; budget >= 1; --budget) {
-            lines.push_back(Busy(budget));
+    const auto left = Split(expected);
+    const auto right = Split(actual);
+    const auto [from, to] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    const auto [leftEnd, rightEnd] =
+        std::mismatch(left.rbegin(), std::make_reverse_iterator(from), right.rbegin(),
+                      std::make_reverse_iterator(to));
+    auto failure = testing::AssertionFailure() << "what crosses the boundary differs:\n";
+    const auto show = [&failure](const char* mark, auto first, auto last) {
+        for (int shown = 0; first != last && shown < 9; ++first, ++shown) {
+            failure << mark << *first << "\n";
         }
-        lines.push_back(Line(6, "API is busy. give up"));
-        return lines;
-    }
-    std::string Returned() const { return Line(4, "Returned from ZAVService..."); }
-    std::string NoReply() const
-    {
-        return Line(6, "The integer packet received from ZAVService is NULL");
-    }
-    std::string Received(int value) const
-    {
-        return Line(4, "IntDataReceived: " + std::to_string(value) + " from ZAVService",
-                    Bytes(value));
-    }
-};
+    };
+    show("  ", from - std::min<std::ptrdiff_t>(5, from - left.begin()), from);
+    show("- ", from, leftEnd.base());
+    show("+ ", to, rightEnd.base());
+    show("  ", leftEnd.base(), left.end());
+    return failure;
+}
+
+} // namespace boundary
 
 #endif

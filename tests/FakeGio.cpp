@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "FakeGio.h"
 
+#include "Boundary.h"
+#include "ZAVServiceAPI.h"
+
+#include <algorithm>
 #include <dlfcn.h>
 #include <unistd.h>
-#include <utility>
 
 namespace fake
 {
@@ -13,54 +16,118 @@ Outcome proxy = Outcome::works;
 std::string reply;
 GVariant* replyValue = nullptr;
 int lockFailures = 0;
-bool locked = false;
-bool noting = true;
-std::vector<Subscription> subscriptions;
+Use use;
+std::vector<Subscription> subscriptions = [] {
+    std::vector<Subscription> room;
+    room.reserve(16); // no allocation of the fake's own may fail
+    return room;
+}();
+
+} // namespace fake
 
 namespace
 {
 
-std::vector<std::string> actions;
-int repliesAlive = 0;
-GMutex* lock = nullptr; // the one that was taken last
+using Api = ZAVServiceAPI;
+
+GMutex* lock = nullptr;         // the one that was taken last
+GDBusConnection* bus = nullptr; // the one that was made last
+
+/** Each change of the public state is a line of its own, before the next one. */
+void NoteState()
+{
+    static const void* seen[3] = {};
+    const void* const now[] = {Api::connection, Api::m_bDBusConnectionState ? &seen : nullptr,
+                               Api::proxy};
+    for (size_t i = 0; i < std::size(now); ++i) {
+        if (std::exchange(seen[i], now[i]) != now[i]) {
+            static constexpr const char* names[] = {"connection", "flag", "proxy"};
+            boundary::Write(names[i], now[i] != nullptr ? " is set" : " is cleared");
+        }
+    }
+}
+
+[[maybe_unused]] const bool noting = (boundary::beforeLine = NoteState) != nullptr;
+
+/** For the end of a line: nothing, or that a call has other arguments than it should. */
+const char* Unless(bool asItShouldBe)
+{
+    return asItShouldBe ? "" : ", but with other arguments";
+}
+
+// The errors are of a domain that tells of their release, however they are released.
+void NoErrorData(GError*) {}
+void CopyNoErrorData(const GError*, GError*) {}
+void NoteErrorReleased(GError*)
+{
+    boundary::Add("error released");
+}
+
+const GQuark kErrors = g_error_domain_register_static("fake", sizeof(int), NoErrorData,
+                                                      CopyNoErrorData, NoteErrorReleased);
 
 template <class T>
-T* Make(Outcome outcome, GError** error)
+T* Make(const char* name, fake::Outcome outcome, GError** error)
 {
-    if (outcome == Outcome::works) {
-        return static_cast<T*>(g_object_new(G_TYPE_OBJECT, nullptr));
+    if (outcome != fake::Outcome::works) {
+        if (outcome == fake::Outcome::fails) {
+            g_set_error_literal(error, kErrors, 1, "no such thing");
+        }
+        return nullptr;
     }
-    if (outcome == Outcome::fails) {
-        *error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_FAILED, "no such thing");
+    auto* made = static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr));
+    ++fake::use.objects;
+    if (boundary::kept) {
+        boundary::names[made] = name;
     }
-    return nullptr;
+    g_object_weak_ref(
+        made,
+        [](gpointer data, GObject*) {
+            --fake::use.objects;
+            boundary::Add(static_cast<const char*>(data), " released");
+        },
+        const_cast<char*>(name));
+    return reinterpret_cast<T*>(made);
 }
 
 /** Takes the floating tuple over, as the real call does, and notes what was asked. */
-void NoteCall(const std::string& verb, const gchar* method, GVariant* parameters, gint timeout)
+void NoteCall(const char* verb, GDBusProxy* proxy, const gchar* method, GVariant* parameters,
+              GDBusCallFlags flags, gint timeout, bool plain)
 {
-    g_autofree gchar* text = nullptr;
-    if (parameters != nullptr) {
-        g_autoptr(GVariant) body = g_variant_ref_sink(parameters);
-        text = noting ? g_variant_print(body, TRUE) : nullptr;
+    ++fake::use.calls;
+    fake::use.callsWithoutLock += fake::use.locked ? 0 : 1;
+    g_autoptr(GVariant) body = parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr;
+    if (boundary::kept) {
+        g_autofree gchar* text = body != nullptr ? g_variant_print(body, TRUE) : g_strdup("()");
+        boundary::Add(verb, " ", method, " ", boundary::Folded(text),
+                      fake::use.locked ? "" : ", but without the lock",
+                      body != nullptr && text == std::string("()") ? ", but not NULL" : "",
+                      flags == G_DBUS_CALL_FLAGS_NONE ? "" : ", but with flags",
+                      timeout == 5000 ? "" : ", but with another time-out",
+                      Unless(proxy == Api::proxy && plain));
     }
-    if (!noting) {
-        return;
-    }
-    actions.push_back(verb + " " + method + " " + (text != nullptr ? text : "none") + " " +
-                      std::to_string(timeout) + (locked ? "" : " without the lock"));
+}
+
+template <class Function>
+Function* Real(Function*, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace
 
-std::vector<std::string> TakeActions()
+namespace fake
 {
-    return std::exchange(actions, {});
+
+void FreeLock()
+{
+    g_mutex_unlock(lock);
 }
 
-bool AllReleased()
+void Emit(std::string_view member, GVariant* parameters)
 {
-    return !locked && repliesAlive == 0;
+    const auto found = std::ranges::find(subscriptions, member, &Subscription::member);
+    found->handler(Api::connection, ":1.1", "/", "interface", member.data(), parameters, nullptr);
 }
 
 GVariant* CountedReply(const std::string& text)
@@ -73,78 +140,65 @@ GVariant* CountedReply(const std::string& text)
 
 GVariant* CountedReply(const GVariantType* type, gconstpointer bytes, gsize size)
 {
-    ++repliesAlive;
+    ++use.replies;
     gpointer copy = g_memdup2(bytes, size);
     const auto gone = [](gpointer block) {
         g_free(block);
-        --repliesAlive;
+        --use.replies;
+        boundary::Add("reply released");
     };
     return g_variant_ref_sink(g_variant_new_from_data(type, copy, size, FALSE, gone, copy));
 }
 
-void FreeLock()
-{
-    g_mutex_unlock(lock);
-}
-
-void Reset()
-{
-    bus = proxy = Outcome::works;
-    reply.clear();
-    replyValue = nullptr;
-    lockFailures = 0;
-    actions.clear();
-}
-
 } // namespace fake
 
-using fake::actions;
+using boundary::Add;
 
-GDBusConnection* g_bus_get_sync(GBusType type, GCancellable* /*none*/, GError** error)
+GDBusConnection* g_bus_get_sync(GBusType type, GCancellable* cancellable, GError** error)
 {
-    actions.push_back(type == G_BUS_TYPE_SYSTEM ? "bus" : "another bus");
-    return fake::Make<GDBusConnection>(fake::bus, error);
+    Add("bus", Unless(type == G_BUS_TYPE_SYSTEM && cancellable == nullptr && error != nullptr));
+    return bus = Make<GDBusConnection>("CONNECTION", fake::bus, error);
 }
 
-GDBusProxy* g_dbus_proxy_new_sync(GDBusConnection* /*connection*/, GDBusProxyFlags flags,
+GDBusProxy* g_dbus_proxy_new_sync(GDBusConnection* connection, GDBusProxyFlags flags,
                                   GDBusInterfaceInfo* info, const gchar* name, const gchar* path,
-                                  const gchar* interface, GCancellable* /*none*/, GError** error)
+                                  const gchar* interface, GCancellable* cancellable, GError** error)
 {
-    const bool plain = flags == G_DBUS_PROXY_FLAGS_NONE && info == nullptr;
-    actions.push_back(std::string(plain ? "proxy " : "another proxy ") + name + " " + path + " " +
-                      interface);
-    return fake::Make<GDBusProxy>(fake::proxy, error);
+    Add("proxy ", name, " ", path, " ", interface,
+        Unless(connection == bus && flags == G_DBUS_PROXY_FLAGS_NONE && info == nullptr &&
+               cancellable == nullptr && error != nullptr));
+    return Make<GDBusProxy>("PROXY", fake::proxy, error);
 }
 
-GVariant* g_dbus_proxy_call_sync(GDBusProxy* /*proxy*/, const gchar* method, GVariant* parameters,
-                                 GDBusCallFlags /*flags*/, gint timeout, GCancellable* /*none*/,
-                                 GError** /*error*/)
+GVariant* g_dbus_proxy_call_sync(GDBusProxy* proxy, const gchar* method, GVariant* parameters,
+                                 GDBusCallFlags flags, gint timeout, GCancellable* cancellable,
+                                 GError** error)
 {
-    fake::NoteCall("call", method, parameters, timeout);
+    NoteCall("call", proxy, method, parameters, flags, timeout,
+             cancellable == nullptr && error == nullptr);
     if (fake::replyValue != nullptr) {
         return g_variant_ref(fake::replyValue);
     }
     return fake::reply.empty() ? nullptr : fake::CountedReply(fake::reply);
 }
 
-void g_dbus_proxy_call(GDBusProxy* /*proxy*/, const gchar* method, GVariant* parameters,
-                       GDBusCallFlags /*flags*/, gint timeout, GCancellable* /*none*/,
-                       GAsyncReadyCallback callback, gpointer /*data*/)
+void g_dbus_proxy_call(GDBusProxy* proxy, const gchar* method, GVariant* parameters,
+                       GDBusCallFlags flags, gint timeout, GCancellable* cancellable,
+                       GAsyncReadyCallback callback, gpointer data)
 {
-    fake::NoteCall(callback == nullptr ? "send" : "send with callback", method, parameters,
-                   timeout);
+    NoteCall("send", proxy, method, parameters, flags, timeout,
+             cancellable == nullptr && callback == nullptr && data == nullptr);
 }
 
-guint g_dbus_connection_signal_subscribe(GDBusConnection* /*connection*/, const gchar* sender,
+guint g_dbus_connection_signal_subscribe(GDBusConnection* connection, const gchar* sender,
                                          const gchar* interface, const gchar* member,
                                          const gchar* path, const gchar* arg0,
                                          GDBusSignalFlags flags, GDBusSignalCallback handler,
                                          gpointer data, GDestroyNotify release)
 {
-    const bool plain = sender == nullptr && arg0 == nullptr && flags == G_DBUS_SIGNAL_FLAGS_NONE &&
-                       data == nullptr && release == nullptr;
-    actions.push_back(std::string(plain ? "subscribe " : "subscribe otherwise ") + interface + " " +
-                      member + " " + path);
+    Add("subscribe ", interface, " ", member, " ", path,
+        Unless(connection == bus && sender == nullptr && arg0 == nullptr && data == nullptr &&
+               flags == G_DBUS_SIGNAL_FLAGS_NONE && release == nullptr));
     fake::subscriptions.push_back({member, handler});
     return static_cast<guint>(fake::subscriptions.size());
 }
@@ -153,24 +207,28 @@ gboolean g_mutex_trylock(GMutex* mutex)
 {
     if (fake::lockFailures > 0) {
         --fake::lockFailures;
+        Add("lock held by another");
         return FALSE;
     }
-    fake::lock = mutex;
-    static const auto real =
-        reinterpret_cast<gboolean (*)(GMutex*)>(dlsym(RTLD_NEXT, "g_mutex_trylock"));
-    return static_cast<gboolean>(fake::locked = real(mutex) != FALSE);
+    static const auto real = Real(g_mutex_trylock, "g_mutex_trylock");
+    lock = mutex;
+    fake::use.locked = real(mutex) != FALSE;
+    Add(fake::use.locked ? "lock taken" : "lock still held");
+    return static_cast<gboolean>(fake::use.locked);
 }
 
 void g_mutex_unlock(GMutex* mutex)
 {
-    static const auto real =
-        reinterpret_cast<void (*)(GMutex*)>(dlsym(RTLD_NEXT, "g_mutex_unlock"));
-    fake::locked = false;
+    static const auto real = Real(g_mutex_unlock, "g_mutex_unlock");
+    if (mutex == lock) { // GObject has some of its own
+        Add("lock freed");
+        fake::use.locked = false;
+    }
     real(mutex);
 }
 
 int usleep(useconds_t time)
 {
-    actions.push_back("sleep " + std::to_string(time));
+    Add("sleep ", time);
     return 0;
 }

@@ -2,7 +2,8 @@
 /**
  * @file FakeGio.h
  * The bus, the proxy, the lock and the sleep, played by the test program: every path of a request
- * runs at once, without a bus daemon. For one thread.
+ * runs at once, without a bus daemon. For one thread. What the library does stands in the boundary
+ * log; so does when its public state changes.
  */
 #ifndef ZAV_TESTS_FAKEGIO_H
 #define ZAV_TESTS_FAKEGIO_H
@@ -10,6 +11,7 @@
 #include <gio/gio.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fake
@@ -33,36 +35,36 @@ extern GVariant* replyValue;
 /** So many further attempts to take the lock find it held. */
 extern int lockFailures;
 
-/** Whether the library holds the lock. */
-extern bool locked;
+/** What the library has done. */
+struct Use
+{
+    int calls = 0;            ///< handed to the bus, of either kind,
+    int callsWithoutLock = 0; ///< and of those the ones without the lock
+    bool locked = false;      ///< whether it holds the lock
+    int replies = 0;          ///< that it has not released,
+    int objects = 0;          ///< and connections and proxies
+    bool HoldsNothing() const { return !locked && replies == 0; }
+};
+extern Use use;
 
 /** Frees the lock in the place of a request that was cut short. */
 void FreeLock();
 
-/** Whether the fake notes what the library does; to note takes memory. */
-extern bool noting;
-
-/** What the library did, in order: "bus", "proxy ...", "call GetMode none 5000", "sleep 10000". */
-std::vector<std::string> TakeActions();
-
 struct Subscription
 {
-    std::string member;
+    std::string_view member;
     GDBusSignalCallback handler;
 };
 extern std::vector<Subscription> subscriptions;
 
-/** A value whose release AllReleased() sees. */
+/** Calls the handler of a signal. */
+void Emit(std::string_view member, GVariant* parameters);
+
+/** A value whose release is noted. */
 GVariant* CountedReply(const std::string& text);
 
 /** The same of bytes, which need not be sound for the type. */
 GVariant* CountedReply(const GVariantType* type, gconstpointer bytes, gsize size);
-
-/** Whether the proxy lock is free and every reply has been released. */
-bool AllReleased();
-
-/** Everything works again and nothing has been done; the connection stays. */
-void Reset();
 
 } // namespace fake
 

@@ -58,64 +58,6 @@ int ExitCode(GSubprocess* process)
                                                         : -g_subprocess_get_term_sig(process);
 }
 
-/** One asynchronous operation, waited for in a main context; what is late is cancelled. */
-struct Operation
-{
-    explicit Operation(GMainContext* served) : context(served)
-    {
-        late = g_timeout_source_new_seconds(kLimit.count());
-        g_source_set_callback(
-            late,
-            [](gpointer self) -> gboolean {
-                g_cancellable_cancel(static_cast<Operation*>(self)->cancellable.get());
-                return G_SOURCE_REMOVE;
-            },
-            this, nullptr);
-        g_source_attach(late, context);
-    }
-    ~Operation()
-    {
-        g_source_destroy(late);
-        g_source_unref(late);
-    }
-    Operation(const Operation&) = delete;
-    Operation& operator=(const Operation&) = delete;
-
-    static void Done(GObject* /*source*/, GAsyncResult* result, gpointer self)
-    {
-        static_cast<Operation*>(self)->result =
-            Hold(static_cast<GAsyncResult*>(g_object_ref(static_cast<gpointer>(result))));
-    }
-
-    GAsyncResult* Result()
-    {
-        while (!result) {
-            g_main_context_iteration(context, TRUE);
-        }
-        return result.get();
-    }
-
-    GMainContext* context;
-    std::shared_ptr<GCancellable> cancellable = Hold(g_cancellable_new());
-    GSource* late = nullptr;
-    std::shared_ptr<GAsyncResult> result;
-};
-
-/** A main context for one operation, so that nothing of the test's own is dispatched. */
-struct OwnContext
-{
-    OwnContext() { g_main_context_push_thread_default(context); }
-    ~OwnContext()
-    {
-        g_main_context_pop_thread_default(context);
-        g_main_context_unref(context);
-    }
-    OwnContext(const OwnContext&) = delete;
-    OwnContext& operator=(const OwnContext&) = delete;
-
-    GMainContext* context = g_main_context_new();
-};
-
 std::string Text(GBytes* bytes)
 {
     gsize size = 0;
@@ -160,23 +102,8 @@ bool IsOwned(GDBusConnection* connection)
 
 void IterateUntil(const std::function<bool()>& holds, GMainContext* context)
 {
-    bool late = false;
-    GSource* limit = g_timeout_source_new_seconds(kLimit.count());
-    g_source_set_callback(
-        limit,
-        [](gpointer flag) -> gboolean {
-            *static_cast<bool*>(flag) = true;
-            return G_SOURCE_CONTINUE;
-        },
-        &late, nullptr);
-    g_source_attach(limit, context);
-    while (!holds() && !late) {
+    while (!holds()) {
         g_main_context_iteration(context, TRUE);
-    }
-    g_source_destroy(limit);
-    g_source_unref(limit);
-    if (late) {
-        throw std::runtime_error("waited in vain");
     }
 }
 
@@ -194,13 +121,9 @@ Child::~Child()
 
 std::string Child::ReadLine()
 {
-    const OwnContext own;
-    Operation operation(own.context);
-    g_data_input_stream_read_line_async(m_output.get(), G_PRIORITY_DEFAULT,
-                                        operation.cancellable.get(), Operation::Done, &operation);
     g_autoptr(GError) error = nullptr;
     g_autofree char* line =
-        g_data_input_stream_read_line_finish(m_output.get(), operation.Result(), nullptr, &error);
+        g_data_input_stream_read_line(m_output.get(), nullptr, nullptr, &error);
     if (line == nullptr) {
         Throw("no line from the child", error);
     }
@@ -223,14 +146,7 @@ void Child::Signal(int number)
 
 int Child::Wait()
 {
-    const OwnContext own;
-    Operation operation(own.context);
-    g_subprocess_wait_async(m_process.get(), operation.cancellable.get(), Operation::Done,
-                            &operation);
-    g_autoptr(GError) error = nullptr;
-    if (g_subprocess_wait_finish(m_process.get(), operation.Result(), &error) == FALSE) {
-        Throw("the child goes on", error);
-    }
+    g_subprocess_wait(m_process.get(), nullptr, nullptr);
     return ExitCode(m_process.get());
 }
 
@@ -239,17 +155,17 @@ Ended RunProgram(const Arguments& arguments, const Environment& environment)
     constexpr auto pipes = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
                                                          G_SUBPROCESS_FLAGS_STDERR_PIPE);
     const auto process = Spawn(arguments, environment, pipes);
-    Operation operation(nullptr);
-    g_subprocess_communicate_async(process.get(), nullptr, operation.cancellable.get(),
-                                   Operation::Done, &operation);
+    std::shared_ptr<GAsyncResult> result;
+    g_subprocess_communicate_async(
+        process.get(), nullptr, nullptr,
+        [](GObject*, GAsyncResult* done, gpointer place) {
+            *static_cast<std::shared_ptr<GAsyncResult>*>(place) = Hold(g_object_ref(done));
+        },
+        &result);
+    IterateUntil([&result] { return result != nullptr; });
     g_autoptr(GBytes) out = nullptr;
     g_autoptr(GBytes) err = nullptr;
-    g_autoptr(GError) error = nullptr;
-    if (g_subprocess_communicate_finish(process.get(), operation.Result(), &out, &err, &error) ==
-        FALSE) {
-        g_subprocess_force_exit(process.get());
-        Throw(arguments.at(0), error);
-    }
+    g_subprocess_communicate_finish(process.get(), result.get(), &out, &err, nullptr);
     return {ExitCode(process.get()), Text(out), Text(err)};
 }
 

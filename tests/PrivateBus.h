@@ -3,14 +3,14 @@
  * @file PrivateBus.h
  * For tests on a real bus: a bus of their own in place of the system bus, the simulated service on
  * it, and programs run as children. Whatever was started ends with the object that started it, or
- * with the test program, however that ends. What does not happen in time throws std::runtime_error.
+ * with the test program, however that ends. What cannot be done throws std::runtime_error; what
+ * does not happen is waited for until CTest ends the test program.
  */
 #ifndef ZAV_TESTS_PRIVATEBUS_H
 #define ZAV_TESTS_PRIVATEBUS_H
 
 #include <gio/gio.h>
 
-#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,9 +19,6 @@
 
 using Arguments = std::vector<std::string>;
 using Environment = std::map<std::string, std::string>; ///< on top of the test program's own
-
-/** How long anything may take, also on a busy machine and under a sanitizer. */
-inline constexpr std::chrono::seconds kLimit{30};
 
 /** Serves the context, the default one or another, until the condition holds. */
 void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nullptr);

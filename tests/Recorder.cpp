@@ -1,124 +1,172 @@
 // SPDX-License-Identifier: MIT
 #include "Recorder.h"
 
+#include "Boundary.h"
+#include "TraceStore.h"
 #include "dlog.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdarg>
-#include <cstdio>
-#include <map>
-#include <mutex>
-#include <utility>
-
-namespace
-{
-
-/** A log point between its first half and its last. One for each thread. */
-struct Pending
-{
-    int priority = 0;
-    std::string format, file, function, text, payload;
-    int line = 0;
-    bool logged = false, traced = false;
-};
-
-std::mutex guard;
-recorder::Transcript transcript;
-std::vector<std::string> rawCalls;
-std::vector<lumo::TCCallLocation> locations;
-
-thread_local Pending pending;
-thread_local std::vector<unsigned char> buffer;
-thread_local unsigned bufferLocation = 0;
-
-void Raw(const std::string& call)
-{
-    const std::lock_guard lock(guard);
-    rawCalls.push_back(call);
-}
-
-void Broken(const std::string& what)
-{
-    const std::lock_guard lock(guard);
-    transcript.push_back("broken: " + what + " at " + pending.function + " > " + pending.text);
-}
-
-std::string ShortName(const std::string& signature)
-{
-    const size_t end = signature.find('(');
-    const size_t start = signature.find_last_of(" :*", end) + 1;
-    return signature.substr(start, end - start);
-}
-
-} // namespace
+#include <cstring>
+#include <memory>
+#include <string_view>
 
 namespace recorder
 {
 
 bool storeIsFull = false;
-std::function<void(const std::string& line)> onLine;
-std::function<void()> onTrace;
-
-void Reset()
-{
-    Take();
-    const std::lock_guard lock(guard);
-    rawCalls.clear();
-    TIStorageManagerState::enabled = 1;
-    storeIsFull = false;
-    onLine = nullptr;
-    onTrace = nullptr;
-}
-
-Transcript Take()
-{
-    const std::lock_guard lock(guard);
-    return std::exchange(transcript, {});
-}
-
-const std::vector<lumo::TCCallLocation>& Locations()
-{
-    return locations;
-}
-
-std::vector<std::string> RawCalls()
-{
-    const std::lock_guard lock(guard);
-    return rawCalls;
-}
+std::vector<lumo::TCCallLocation> locations;
 
 } // namespace recorder
 
+namespace
+{
+
+constexpr std::string_view kPrefix = "%s: %s(%d) > ";
+constexpr unsigned char kGuard = 0xEE;
+
+/** A log point between its first call and its last. */
+struct Point
+{
+    int priority = 0;
+    std::string file, function, message, text, record, calls;
+    int line = 0;
+};
+
+thread_local Point point;
+thread_local std::unique_ptr<unsigned char[]> block; // a guard byte longer than the record
+thread_local unsigned blockSize = 0;
+thread_local unsigned blockLocation = 0;
+
+void Call(const std::string& call)
+{
+    if (boundary::kept) {
+        point.calls += (point.calls.empty() ? "" : " ") + call;
+    }
+}
+
+/** Where no log is kept, the program ends. */
+void Expect(bool holds, const char* what)
+{
+    if (!holds && !boundary::kept) {
+        __builtin_trap();
+    }
+    if (!holds) {
+        boundary::Write("broken: ", what, " of ", point.function, " > ", point.text);
+    }
+}
+
+bool IsOfPoint(int line, const std::string& file, const std::string& function)
+{
+    return line == point.line && file.ends_with("/src/" + point.file) &&
+           trace::Operation({0, line, file, function, "", {}}) == point.function;
+}
+
+/** With the addresses called by their names: whole ones, or their low halves as records have. */
+std::string Named(std::string text, bool low)
+{
+    for (const auto& [address, name] : boundary::names) {
+        char hex[32];
+        const auto number = reinterpret_cast<uintptr_t>(address);
+        snprintf(hex, sizeof hex, "0x%zx", low ? uint32_t(number) : size_t{number});
+        if (const size_t place = text.find(hex); place != std::string::npos) {
+            text.replace(place, strlen(hex), name);
+        }
+    }
+    return text;
+}
+
+std::string OnOneLine(const std::string& text)
+{
+    return std::regex_replace(std::regex_replace(text, std::regex("\n"), "\\n"), std::regex("\t"),
+                              "\\t");
+}
+
+/** The types of the record's arguments; its message too, where it is not that of the text line. */
+std::string Described(const lumo::TCCallLocation& registered)
+{
+    trace::Location location{registered.id, registered.line, "", "", registered.message, {}};
+    std::string types;
+    for (size_t i = 0; i < registered.argTypeNames.size(); ++i) {
+        const std::string& name = registered.argTypeNames[i];
+        location.arguments.push_back({registered.argKinds.at(i), registered.argSizes.at(i), name});
+        types += (types.empty() ? " | " : " ") + name;
+    }
+    const auto record = recorder::Record();
+    const std::string message =
+        Named(trace::Message({0, 0, &location, {record.begin(), record.end()}}), true);
+    return message == point.text ? types : types + ", but its record says: " + message;
+}
+
+} // namespace
+
+std::span<const unsigned char> recorder::Record()
+{
+    return {block.get(), blockSize};
+}
+
+std::string recorder::LastCalls()
+{
+    return point.calls;
+}
+
+/** To an address checker: to define what a shared library defines too is the point of this file. */
+extern "C" const char* __asan_default_options();
+
+const char* __asan_default_options()
+{
+    return "detect_odr_violation=0";
+}
+
 extern "C" int __dlog_print(int log_id, int priority, const char* tag, const char* format, ...)
 {
-    static const std::string prefix = "%s: %s(%d) > ";
-    Raw("log");
     va_list args;
     va_start(args, format);
+    char line[2048];
     va_list again;
     va_copy(again, args);
-    char line[2048];
-    vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-
-    pending = {};
-    pending.logged = true;
-    pending.priority = priority;
-    pending.format = format;
-    if (log_id != 0 || std::string(tag) != "ZAV_API" || pending.format.rfind(prefix, 0) != 0) {
-        Broken("log call");
-    }
-    pending.format.erase(0, prefix.size());
-    pending.file = va_arg(again, const char*);
-    pending.function = va_arg(again, const char*);
-    pending.line = va_arg(again, int);
+    vsnprintf(line, sizeof line, format, again);
     va_end(again);
-    const std::string head =
-        pending.file + ": " + pending.function + "(" + std::to_string(pending.line) + ") > ";
-    pending.text = std::string(line).substr(head.size());
-    if (recorder::onLine) {
-        recorder::onLine(line);
+    if (boundary::kept) {
+        point = {};
+        Call("log");
+        const bool prefixed = std::string_view(format).starts_with(kPrefix);
+        Expect(log_id == 0 && std::string_view(tag) == "ZAV_API" && prefixed, "the log call");
+        point.priority = priority;
+        point.file = va_arg(args, const char*);
+        point.function = va_arg(args, const char*);
+        point.line = va_arg(args, int);
+        point.message = format + kPrefix.size();
+        const std::string head =
+            point.file + ": " + point.function + "(" + std::to_string(point.line) + ") > ";
+        point.text = Named(line + head.size(), false);
+        point.record = " | no record";
     }
+    va_end(args);
     return 0;
+}
+
+unsigned char TIStorageManagerState::enabled = 1;
+
+TIStorageManager& TIStorageManager::Instance()
+{
+    static struct : TIStorageManager
+    {
+    } manager;
+    return manager;
+}
+
+uint32_t TIStorageManager::NewLocationId()
+{
+    static std::atomic<uint32_t> last = 0;
+    return ++last;
+}
+
+lumo::TCStorage& TIStorageManager::Storage()
+{
+    static lumo::TCStorage storage;
+    return storage;
 }
 
 namespace lumo
@@ -126,39 +174,34 @@ namespace lumo
 
 TCLogger::TCLogger(const TSCodeLocation& location)
 {
-    Raw("logger");
-    if (!pending.logged || location.line != pending.line ||
-        ShortName(location.function) != pending.function ||
-        std::string(location.file).find("/src/" + pending.file) == std::string::npos) {
-        Broken("logger");
+    Call("logger");
+    if (boundary::kept) {
+        Expect(IsOfPoint(location.line, location.file, location.function), "the location");
     }
 }
 
 TCLogger::~TCLogger()
 {
-    Raw("logger gone");
-    if (TIStorageManagerState::enabled != 0 && !recorder::storeIsFull && !pending.traced) {
-        Broken("no record");
+    Call("end");
+    if (boundary::kept) {
+        boundary::Add(point.priority, " ", point.function, " > ", OnOneLine(point.text),
+                      point.record);
     }
-    const std::lock_guard lock(guard);
-    transcript.push_back(std::to_string(pending.priority) + " " + pending.function + " > " +
-                         pending.text + (pending.payload.empty() ? "" : " |" + pending.payload));
-    pending = {};
 }
 
 TCCallLocation::TCCallLocation() = default;
 
 void TCStorage::SaveLocation(const TCCallLocation& location)
 {
-    Raw("save " + std::to_string(location.id));
-    if (recorder::onTrace) {
-        recorder::onTrace();
+    Call("save");
+    if (boundary::kept) {
+        Expect(location.message == point.message &&
+                   IsOfPoint(location.line, location.file, location.function) &&
+                   std::ranges::count(location.argKinds, 1) == std::ssize(location.argTypeNames),
+               "the registration");
     }
-    if (location.message != pending.format || location.line != pending.line) {
-        Broken("registered message '" + location.message + "'");
-    }
-    const std::lock_guard lock(guard);
-    locations.push_back(location);
+    const std::lock_guard lock(boundary::guard);
+    recorder::locations.push_back(location);
 }
 
 struct TCThreadHandle
@@ -174,56 +217,29 @@ TCThreadHandle* TCStorage::ThreadHandle()
 unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned payloadSize,
                                             unsigned char flag, unsigned locationId)
 {
-    Raw("prepare " + std::to_string(payloadSize) + " " + std::to_string(flag) + " " +
-        std::to_string(locationId));
-    if (recorder::onTrace) {
-        recorder::onTrace();
-    }
-    if (thread != ThreadHandle() || flag != 1) {
-        Broken("prepare");
-    }
+    Call("prepare(" + std::to_string(payloadSize) + ")");
+    Expect(thread == ThreadHandle() && flag == 1, "the preparation");
     if (recorder::storeIsFull) {
         return nullptr;
     }
-    buffer.assign(payloadSize + 1, 0xEE); // one more, to see a write beyond the end
-    bufferLocation = locationId;
-    return buffer.data();
+    block.reset(new unsigned char[payloadSize + 1]);
+    block[payloadSize] = kGuard;
+    blockSize = payloadSize;
+    blockLocation = locationId;
+    return block.get();
 }
 
 void TCStorage::Commit(TCThreadHandle* thread)
 {
-    Raw("commit");
-    if (thread != ThreadHandle() || buffer.back() != 0xEE) {
-        Broken("commit");
+    Call("commit");
+    Expect(thread == ThreadHandle() && block[blockSize] == kGuard, "the record");
+    if (boundary::kept) {
+        const std::lock_guard lock(boundary::guard);
+        const auto location =
+            std::ranges::find(recorder::locations, blockLocation, &TCCallLocation::id);
+        point.record = location == recorder::locations.end() ? ", its record of nowhere"
+                                                             : Described(*location);
     }
-    pending.traced = true;
-    for (size_t i = 0; i + 1 < buffer.size(); ++i) {
-        char hex[4];
-        snprintf(hex, sizeof hex, " %02x", buffer[i]);
-        pending.payload += hex;
-    }
-    const std::lock_guard lock(guard);
-    for (const TCCallLocation& location : locations) {
-        if (location.id == bufferLocation && location.line == pending.line &&
-            ShortName(location.function) == pending.function) {
-            return;
-        }
-    }
-    transcript.push_back("broken: record of another log point at " + pending.function);
-}
-
-std::string TSDemangler::Demangle(const char* name)
-{
-    static const std::map<std::string, std::string> names = {
-        {"i", "int"},
-        {"j", "unsigned int"},
-        {"b", "bool"},
-        {"h", "unsigned char"},
-        {"v", "void"},
-        {"Pc", "char*"},
-        {"11AudioEffect", "AudioEffect"},
-        {"26commonTunnel_external_id_e", "commonTunnel_external_id_e"}};
-    return names.at(name);
 }
 
 } // namespace lumo

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+//
+// Memory runs out at each allocation in turn, the library's own and those of the trace library,
+// which makes one for each registration and each record: the caller gets the exception, nothing
+// stays behind, and afterwards everything works.
+#include "Boundary.h"
+#include "FakeGio.h"
+#include "Recorder.h"
+#include "Requests.h"
+
+#include <new>
+
+namespace
+{
+
+using requests::Api;
+
+long left = -1; // allocations until one fails; none does while it is negative
+
+void Complain(const std::string& what)
+{
+    boundary::kept = true;
+    boundary::Write(what);
+    boundary::kept = false;
+}
+
+/** Calls again and again, each time with a failure one allocation later. @return their number */
+int FailEach(int (*call)(int), int value, int result)
+{
+    for (int failures = 0;; ++failures) {
+        try {
+            left = failures;
+            fake::lockFailures = 1;
+            const int end = call(value);
+            left = -1;
+            if (end != result) {
+                Complain("the result is " + std::to_string(end));
+            }
+            return failures;
+        } catch (const std::bad_alloc&) {
+            left = -1;
+            const bool connects = Api::proxy == nullptr;
+            if (!fake::use.HoldsNothing() ||
+                (connects && (Api::m_bDBusConnectionState || fake::use.objects != 0 ||
+                              !fake::subscriptions.empty()))) {
+                Complain("something is left after failure " + std::to_string(failures));
+            }
+        }
+    }
+}
+
+class Failures : public testing::TestWithParam<Request>
+{
+};
+
+TEST_P(Failures, OfAnyAllocationLeaveNothingBehind)
+{
+    const Request& one = GetParam();
+    const auto play = [&one] {
+        boundary::kept = false;
+        int failures = FailEach(requests::Of<Api::InitDbusConnection>, 0, 0);
+        for (const auto& [reply, result] : {std::pair{std::string(), one.unanswered},
+                                            {"('text',)", one.mistyped},
+                                            {one.reply, one.result}}) {
+            fake::reply = reply;
+            failures += FailEach(one.call, one.value, one.reply.empty() ? one.result : result);
+        }
+        if (failures < 40) { // to register the log points takes more
+            Complain("only " + std::to_string(failures) + " failures");
+        }
+        boundary::kept = true;
+        one.run();
+    };
+    for (const std::string& line : boundary::Split(boundary::LogOf(play))) {
+        static const std::regex fault("result is|is left|only|process ends|record|broken");
+        EXPECT_FALSE(std::regex_search(line, fault)) << line;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Failures, testing::ValuesIn(requests::kAll),
+                         [](const auto& row) { return row.param.name; });
+
+} // namespace
+
+// Out of line: what is inlined looks like a mismatch to the compiler.
+[[gnu::noinline]] void* operator new(size_t size)
+{
+    void* block = left < 0 || left-- > 0 ? std::malloc(size) : nullptr;
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+[[gnu::noinline]] void operator delete(void* block, size_t) noexcept
+{
+    std::free(block);
+}

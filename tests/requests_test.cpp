@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: MIT
+//
+// Every row of the table on every path, held against the boundary log that the row makes expect.
+#include "Boundary.h"
+#include "FakeGio.h"
+#include "Recorder.h"
+#include "Requests.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <regex>
+#include <set>
+
+namespace
+{
+
+constexpr const char* kConnecting = "4 InitDbusConnection > Called\n"
+                                    "4 InitDbusConnection > connection=CONNECTION, proxy = PROXY | "
+                                    "*_void *_void\n";
+constexpr const char* kFailing = "4 InitDbusConnection > Called\n"
+                                 "6 InitDbusConnection > Bus get sync failed\n";
+
+/** What a request meets. */
+struct Path
+{
+    std::string name;
+    std::string reply = "";
+    int lockFailures = 0;
+    bool connected = true;
+    bool recorded = true;
+};
+
+std::string Result(int result)
+{
+    return "= " + std::to_string(result) + "\n";
+}
+
+/** The lines of the method, and its result. */
+std::pair<std::string, int> Expected(const Request& row, const Path& path)
+{
+    const std::string info = "4 " + row.logged + " > ";
+    const std::string error = "6 " + row.logged + " > ";
+    const auto received = [&info](int value) {
+        return info + "IntDataReceived: " + std::to_string(value) + " from ZAVService | int\n";
+    };
+    std::string lines = row.first;
+    if (!row.turn) {
+        return {lines + (path.connected ? row.connected : row.unconnected),
+                path.connected ? row.result : row.refused};
+    }
+    lines += info + "Sending Integer Data to ZAVService" +
+             (row.announced.empty() ? ".....\n"
+                                    : " " + row.announced + "..... | " + row.announcedAs + "\n");
+    if (!path.connected) {
+        return {lines + error +
+                    "Error::Please initialize Dbus Connection by calling InitDbusConnection "
+                    "function\n",
+                row.refused};
+    }
+    for (int left = 100; left > 100 - path.lockFailures; --left) {
+        lines += "lock held by another\n" + error + row.logged +
+                 " API is busy. wait 10msec\\ttimeout " + std::to_string(left) +
+                 " | char* int\nsleep 10000\n";
+    }
+    if (path.lockFailures == 100) {
+        return {lines + error + "API is busy. give up\n", row.refused};
+    }
+    lines += "lock taken\n";
+    if (!row.method.empty()) {
+        lines += (row.reply.empty() ? "send " : "call ") + row.method + " " + row.sent + "\n";
+    }
+    if (row.reply.empty()) {
+        return {lines + (row.method.empty() ? "" : received(0)) + "lock freed\n", row.result};
+    }
+    lines += info + "Returned from ZAVService...\n";
+    if (path.reply.empty()) {
+        return {lines + error + "The integer packet received from ZAVService is NULL\nlock freed\n",
+                row.unanswered};
+    }
+    const bool good = path.reply == row.reply;
+    const char* special = good ? row.read : row.misread;
+    lines += special != nullptr ? special : received(good ? row.received : 0);
+    return {lines + "reply released\nlock freed\n" + (good ? row.last : ""),
+            good ? row.result : row.mistyped};
+}
+
+std::string WithoutRecords(const std::string& lines)
+{
+    static const std::regex line(R"((\d [^|\n]*?)( \|[^\n]*)?\n)");
+    return std::regex_replace(lines, line, "$1 | no record\n");
+}
+
+void Meet(const Path& path, Operation call, const Request& row)
+{
+    boundary::Add("-- ", path.name);
+    fake::reply = path.reply;
+    fake::lockFailures = path.lockFailures;
+    TIStorageManagerState::enabled = path.name != "while tracing is off";
+    recorder::storeIsFull = path.name == "with the store full";
+    boundary::Add("= ", call(row.value));
+}
+
+class EveryRequest : public testing::TestWithParam<Request>
+{
+};
+
+TEST_P(EveryRequest, EndsOnEachPathAsItsRowSays)
+{
+    const Request& row = GetParam();
+    const std::vector<Path> paths = {
+        {"without a connection", "", 0, false},
+        {"while tracing is off", row.reply, 0, true, false},
+        {"with tracing on", row.reply},
+        {"with the store full", row.reply, 0, true, false},
+        {"busy to the end", row.reply, 100},
+        {"at the last attempt", row.reply, 99},
+        {"without a reply"},
+        {"with a reply of another type", "('text',)"},
+        {"with a number of another size", "(@x 5,)"},
+        {"with one number too many", "(1, 2)"},
+        {"once more", row.reply},
+    };
+    std::string expected;
+    for (const Path& path : paths) {
+        const auto [lines, result] = Expected(row, path);
+        expected += "-- " + path.name + "\n" + (path.recorded ? lines : WithoutRecords(lines)) +
+                    Result(result);
+    }
+    EXPECT_PRED_FORMAT2(boundary::SameLog, expected, boundary::LogOf([&] {
+                            for (const Path& path : paths) {
+                                Meet(path, row.call, row);
+                                boundary::Quietly([] { requests::Api::InitDbusConnection(); });
+                            }
+                        }));
+}
+
+class EveryExport : public testing::TestWithParam<Request>
+{
+};
+
+/** The lines of the C function, and its result. */
+std::string ExpectedOfExport(const Request& row, const Path& path, const std::string& connecting)
+{
+    const auto [lines, result] = Expected(row, path);
+    const std::string all = row.entry + (row.connects ? connecting : "") + row.sending + lines +
+                            row.returned + Result(result);
+    const std::string named = std::regex_replace(all, std::regex(R"(\{\})"), row.name);
+    return "-- " + path.name + "\n" +
+           std::regex_replace(named, std::regex("#"), std::to_string(result));
+}
+
+TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
+{
+    const Request& row = GetParam();
+    Request first = row;
+    if (row.name == "InitDbusConnection") {
+        first.connected = ""; // it is what connects
+    }
+    const Path failing{"when the bus cannot be reached", row.reply, 0, false};
+    const Path connecting{"when it can", row.reply, 0, row.connects};
+    const Path connected{"with a connection", row.reply};
+    const std::string log = boundary::LogOf([&] {
+        fake::bus = fake::Outcome::failsWithoutError;
+        Meet(failing, row.exported, row);
+        fake::bus = fake::Outcome::works;
+        Meet(connecting, row.exported, row);
+        boundary::Quietly([] { requests::Api::InitDbusConnection(); });
+        Meet(connected, row.exported, row);
+    });
+    static const std::regex ofConnecting("^(bus|proxy|connection is|flag is|subscribe)[^\n]*\n",
+                                         std::regex::multiline);
+    EXPECT_PRED_FORMAT2(boundary::SameLog,
+                        ExpectedOfExport(row, failing, kFailing) +
+                            ExpectedOfExport(first, connecting, kConnecting) +
+                            ExpectedOfExport(row, connected, ""),
+                        std::regex_replace(log, ofConnecting, ""));
+}
+
+template <class Predicate>
+std::vector<Request> Rows(const Predicate& holds)
+{
+    std::vector<Request> rows;
+    for (const auto* all : {&requests::kAll, &requests::kOthers}) {
+        std::ranges::copy_if(*all, std::back_inserter(rows), holds);
+    }
+    return rows;
+}
+
+const auto kExported = Rows([](const Request& row) { return row.exported != nullptr; });
+const auto kName = [](const auto& row) { return row.param.name; };
+INSTANTIATE_TEST_SUITE_P(All, EveryRequest, testing::ValuesIn(Rows(&Request::turn)), kName);
+INSTANTIATE_TEST_SUITE_P(All, EveryExport, testing::ValuesIn(kExported), kName);
+
+/** What the pattern's group matches in a file. */
+std::set<std::string> Names(const char* path, const char* pattern)
+{
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::regex name(pattern);
+    std::set<std::string> names;
+    for (std::sregex_iterator one(text.begin(), text.end(), name), end; one != end; ++one) {
+        names.insert((*one)[1]);
+    }
+    return names;
+}
+
+TEST(Table, HasEveryMethodOfTheWireAndEveryCFunctionThatIsExported)
+{
+    std::set<std::string> methods;
+    for (const Request& row : requests::kAll) {
+        methods.insert(row.method);
+    }
+    EXPECT_EQ(Names(ZAV_WIRE, R"re(<method name="(\w+)">)re"), methods);
+    std::set<std::string> functions;
+    for (const Request& row : kExported) {
+        functions.insert(row.name);
+    }
+    EXPECT_EQ(Names(ZAV_MAP, R"(\n    (\w+);)"), functions);
+}
+
+} // namespace

@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: MIT
+//
+// Plays the scenes of tests/scenes, each in a process of its own: what stands behind > is done, and
+// the other lines are the boundary log that has to come of it.
+#include "Boundary.h"
+#include "FakeGio.h"
+#include "Requests.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <span>
+#include <stdexcept>
+
+namespace
+{
+
+using boundary::Add;
+using boundary::Quietly;
+using requests::Api;
+using Words = std::istringstream;
+
+char A, B;                   // user data
+GVariant* emitted = nullptr; // while a handler runs
+bool throwing = false;
+
+// ---- From the words of a scene, and to its lines
+
+std::string Word(Words& words)
+{
+    std::string word;
+    words >> word;
+    return word;
+}
+
+int Number(Words& words)
+{
+    const std::string word = Word(words);
+    return word.empty() ? 0 : static_cast<int>(std::stoll(word, nullptr, 0));
+}
+
+/** The rest of the line, in which 7*3 stands for 7, 7, 7. */
+std::string Rest(Words& words)
+{
+    static const std::regex run(R"((\w+)\*(\d+))");
+    std::string text;
+    std::getline(words >> std::ws, text);
+    for (std::smatch found; std::regex_search(text, found, run);) {
+        std::string numbers = found[1];
+        for (int left = std::stoi(found[2]); left > 1; --left) {
+            numbers += ", " + found.str(1);
+        }
+        text = found.prefix().str() + numbers + found.suffix().str();
+    }
+    return text;
+}
+
+std::string Shown(const void* data, size_t size)
+{
+    std::string text;
+    for (const unsigned char byte : std::span(static_cast<const unsigned char*>(data), size)) {
+        text += (text.empty() ? "" : ", ") + std::to_string(byte);
+    }
+    return boundary::Folded(text);
+}
+
+std::string Of(const void* user)
+{
+    return std::string(" of ") + (user == &A ? "A" : user == &B ? "B" : "nobody");
+}
+
+/** Which bytes the application got to see. */
+std::string Whose(const void* data)
+{
+    const auto* own = static_cast<const char*>(g_variant_get_data(emitted));
+    const auto* seen = static_cast<const char*>(data);
+    const bool isOwn = seen >= own && seen < own + g_variant_get_size(emitted);
+    return isOwn ? " of the signal's own" : " of a copy";
+}
+
+// ---- Callbacks
+
+template <class... Parts>
+void Called(const Parts&... parts)
+{
+    Add("callback ", parts...);
+    if (throwing) {
+        throw std::runtime_error("of a callback");
+    }
+}
+
+// ---- What a scene may do
+
+void Emit(Words& words)
+{
+    const std::string member = Word(words);
+    const std::string body = Rest(words);
+    emitted = body.empty() ? nullptr : fake::CountedReply(body);
+    fake::Emit(member, emitted);
+    Quietly([] { g_clear_pointer(&emitted, g_variant_unref); });
+    if (!fake::use.HoldsNothing()) {
+        Add("the signal is still held");
+    }
+}
+
+fake::Outcome Outcome(Words& words)
+{
+    const std::string outcome = Rest(words);
+    return outcome == "works"   ? fake::Outcome::works
+           : outcome == "fails" ? fake::Outcome::fails
+                                : fake::Outcome::failsWithoutError;
+}
+
+/** Each with a callback, or for the tunnel's status, without; its result, if it has one. */
+const std::map<std::string, std::function<std::string(bool on, void* user)>> kRegistrations = {
+    {"SignalSubscribe",
+     [](bool on, void*) {
+         SignalSubscribe(on ? [] { Called("signal"); } : ZAVCallBack{});
+         return "";
+     }},
+    {"DisconnectSignalSubscribe",
+     [](bool on, void*) {
+         DisconnectSignalSubscribe(on ? [] { Called("disconnect"); } : ZAVCallBack{});
+         return "";
+     }},
+    {"SetSendDataToSpkViaSPDIFcb",
+     [](bool on, void* user) {
+         const ZAVCallBack1 callback = [](const void* data, void* own) {
+             Called("spdif ", Shown(data, ZAV_SPDIF_BUFFER), Whose(data), Of(own));
+         };
+         return std::to_string(SetSendDataToSpkViaSPDIFcb(on ? callback : nullptr, user));
+     }},
+    {"ExtSpkSetSoundModeChangedCb",
+     [](bool on, void* user) {
+         const extspk_sound_mode_changed_cb callback = [](int mode, void* own) {
+             Called("mode ", mode, Of(own));
+         };
+         ExtSpkSetSoundModeChangedCb(on ? callback : nullptr, user);
+         return "";
+     }},
+    {"SetDataReceivedFromCommonTunnelExternalcb",
+     [](bool on, void* user) {
+         const ZavConnectedCallBack connected = [](int now, char* text, void* own) {
+             Called("connected ", now, " ", text, Whose(text), Of(own));
+         };
+         const ZavDataReceivedCallBack data = [](unsigned char* bytes, int size, void* own) {
+             Called("data ", Shown(bytes, static_cast<size_t>(size)), Whose(bytes), Of(own));
+         };
+         return std::to_string(Api::SetDataReceivedFromCommonTunnelExternalcb(
+             commonTunnel_external_id_e{3}, on ? connected : nullptr, data, user));
+     }},
+    {"SubscribeZAVCSharpCallback",
+     [](bool, void*) {
+         return std::to_string(SubscribeZAVCSharpCallback([](int event, void* data, int size) {
+             const void* bytes = nullptr;
+             memcpy(&bytes, data, sizeof bytes);
+             const auto* buffer = static_cast<char*>(data);
+             const auto zeros = std::count(buffer + sizeof bytes, buffer + ZAV_EVENT_BUFFER, 0);
+             Called("event ", event, ", ", size, " bytes",
+                    bytes == nullptr ? ""
+                                     : " " + Shown(bytes, static_cast<size_t>(size)) + Whose(bytes),
+                    zeros + static_cast<int>(sizeof bytes) < ZAV_EVENT_BUFFER ? ", and more" : "");
+         }));
+     }},
+};
+
+void Register(Words& words)
+{
+    const auto call = kRegistrations.at(Word(words));
+    const bool on = Word(words) == "with-callback";
+    const std::string user = Word(words);
+    const std::string result = call(on, user == "A" ? &A : user == "B" ? &B : nullptr);
+    if (!result.empty()) {
+        Add("= ", result);
+    }
+}
+
+const std::map<std::string, void (*)(Words&)> kCommands = {
+    {"connect", [](Words&) { Quietly([] { Api::InitDbusConnection(); }); }},
+    {"bus", [](Words& words) { fake::bus = Outcome(words); }},
+    {"proxy", [](Words& words) { fake::proxy = Outcome(words); }},
+    {"reply", [](Words& words) { fake::reply = Rest(words); }},
+    {"register", Register},
+    {"register-all",
+     [](Words&) {
+         Quietly([] {
+             for (const auto& [name, call] : kRegistrations) {
+                 call(true, &A);
+             }
+         });
+     }},
+    {"emit", Emit},
+    {"emit-to-thrower",
+     [](Words& words) {
+         throwing = true;
+         const std::string log = boundary::LogOf([&words] { Emit(words); });
+         Add(log.substr(0, log.size() - 1));
+     }},
+    {"ids",
+     [](Words&) {
+         Add("= ", Api::m_sigIdSignal, Api::m_sigIdDisconnectSignal, Api::m_sigIdSendDataSpdif,
+             Api::m_sigIdReceiveExternalViaCommonTunnel, Api::m_sigIdSoundModeChange,
+             Api::m_sigIdNotifyZAVCsharpCallback);
+     }},
+};
+
+/** A command, or a method of the table with a value of the scene's own. */
+void Do(const std::string& line)
+{
+    Add(line);
+    Words words(line.substr(2));
+    const std::string name = Word(words);
+    if (const auto command = kCommands.find(name); command != kCommands.end()) {
+        return command->second(words);
+    }
+    for (const auto* rows : {&requests::kAll, &requests::kOthers}) {
+        for (const Request& row : *rows) {
+            if (row.name == name) {
+                Add("= ", row.call(Number(words)));
+            }
+        }
+    }
+}
+
+struct Scene
+{
+    std::string file, title, lines;
+};
+
+std::vector<Scene> Scenes()
+{
+    std::vector<Scene> scenes;
+    for (const auto& entry : std::filesystem::directory_iterator(ZAV_SCENES)) {
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);) {
+            if (line.starts_with("# ")) {
+                scenes.push_back({entry.path().stem(), line.substr(2), ""});
+            } else if (!line.empty()) {
+                scenes.back().lines += line + "\n";
+            }
+        }
+    }
+    return scenes;
+}
+
+void Play(const Scene& scene)
+{
+    Words lines(scene.lines);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("> ")) {
+            Do(line);
+        }
+    }
+}
+
+class Played : public testing::Test
+{
+public:
+    explicit Played(Scene scene) : m_scene(std::move(scene)) {}
+
+    void TestBody() override
+    {
+        EXPECT_PRED_FORMAT2(boundary::SameLog, m_scene.lines,
+                            boundary::LogOf([this] { Play(m_scene); }));
+    }
+
+private:
+    const Scene m_scene;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    boundary::names = {{requests::bytes, "BYTES"}, {requests::levels, "LEVELS"}};
+    for (const Scene& scene : Scenes()) {
+        testing::RegisterTest(scene.file.c_str(), scene.title.c_str(), nullptr, nullptr, __FILE__,
+                              __LINE__, [=]() -> testing::Test* { return new Played(scene); });
+    }
+    return RUN_ALL_TESTS();
+}
