@@ -2,6 +2,7 @@
 #include "TraceVerb.h"
 
 #include "Output.h"
+#include "Steps.h"
 #include "TraceStore.h"
 
 #include <algorithm>
@@ -17,7 +18,6 @@
 #include <iterator>
 #include <map>
 #include <optional>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -66,45 +66,6 @@ std::string Dump(const json& data)
 
 // ---- What the lines of a thread tell ------------------------------------------------------------
 
-/** What a line is to the request it belongs to. A request goes through them in this order. */
-enum class Step
-{
-    entry,  // an exported function has been entered
-    bridge, // another line of an exported function
-    announced,
-    wrongParameter,
-    waiting,
-    returned,
-    answered,
-    line, // anything else: the items of a list
-    gaveUp,
-    noProxy,
-    noAnswer,
-    over // not a line: the request takes no more of them
-};
-
-constexpr std::pair<std::string_view, Step> kSteps[] = {
-    {"ZAV_API_BRIDGE AudioEffect", Step::entry}, // InitSpeakerManager begins with its state
-    {"ZAV_API_BRIDGE ", Step::bridge},
-    {"ZAV_API_BRIDGE", Step::entry},
-    {"Sending InitSpeakerManager", Step::bridge},
-    {"Sending Integer Data to ZAVService", Step::announced},
-    {"Wrong ", Step::wrongParameter},
-    {"%s API is busy. wait", Step::waiting},
-    {"Returned from ZAVService", Step::returned},
-    {"IntDataReceived", Step::answered},
-    {"API is busy. give up", Step::gaveUp},
-    {"Error::Please initialize", Step::noProxy},
-    {"The integer packet received from ZAVService is NULL", Step::noAnswer}};
-
-Step StepOf(const Record& record)
-{
-    const std::string_view message = record.location->message;
-    const auto* const found = std::ranges::find_if(
-        kSteps, [message](const auto& step) { return message.starts_with(step.first); });
-    return found == std::end(kSteps) ? Step::line : found->second;
-}
-
 /** A request, as far as its lines are in the trace. */
 struct Request
 {
@@ -122,7 +83,8 @@ struct Request
     /** Whether the line is the request's; if not, its lines are over. */
     bool Takes(const Record& record, Step step)
     {
-        const bool repeats = step == Step::waiting || step == Step::line;
+        const bool item = step == Step::line || step == Step::listed;
+        const bool repeats = step == Step::waiting || item;
         if (step < last || (step == last && !repeats)) {
             // The line belongs to a request whose announcement is not in the trace.
             last = Step::over;
@@ -133,7 +95,7 @@ struct Request
         if (step == Step::waiting) {
             firstWait = waits++ == 0 ? record.time : firstWait;
             lastWait = record.time;
-        } else if (step != Step::line) {
+        } else if (!item) {
             result = &record;
             outcome = step;
         }
@@ -180,7 +142,7 @@ struct Thread
 
     void Follow(const Record& record)
     {
-        const Step step = StepOf(record);
+        const Step step = StepOf(record.location->message);
         const std::string operation = trace::Operation(*record.location);
         Call* call = calls.empty() || calls.back().operation != operation ? nullptr : &calls.back();
         if (step == Step::entry || (step == Step::announced && (!call || call->request))) {
