@@ -362,40 +362,44 @@ private:
     const char* m_separator = "\n";
 };
 
-int Complain(const std::string& subject, const std::string& problem)
-{
-    std::cerr << "zavctl: " << subject << ": " << problem << '\n';
-    return 1;
-}
-
-int WriteTimeline(const std::string& path, const trace::Store& store)
+void WriteTimeline(const std::string& path, const trace::Store& store)
 {
     std::ofstream out(path);
     Timeline(out, store).Write(Threads(store));
     out.close();
-    return out ? 0 : Complain(path, "cannot be written: " + std::generic_category().message(errno));
+    if (!out) {
+        throw Failure(Cause::failed,
+                      path + ": cannot be written: " + std::generic_category().message(errno));
+    }
 }
 
 } // namespace
 
-int Trace(const TraceOptions& options)
+void Trace(const TraceOptions& options)
 try {
     const trace::Store store = trace::ReadStore(options.file);
-    int code = options.chrome.empty() ? 0 : WriteTimeline(options.chrome, store);
+    if (!options.chrome.empty()) {
+        WriteTimeline(options.chrome, store);
+    }
     if (options.stat) {
         PrintSummary(Threads(store), options.json);
     } else if (options.chrome.empty() || options.json) {
         std::ranges::for_each(store.records, options.json ? ShowAsJson : ShowAsText);
     }
     if (!std::cout.flush()) {
-        code = Complain("standard output", "cannot be written");
+        throw Failure(Cause::failed, "standard output: cannot be written");
     }
     if (store.dropped > 0) {
-        Complain(options.file, std::to_string(store.dropped) + " records found no room");
+        std::cerr << "zavctl: " << options.file << ": " << store.dropped
+                  << " records found no room\n";
     }
-    return store.damage ? Complain(options.file, "damaged: " + *store.damage) : code;
+    if (store.damage) {
+        throw std::runtime_error("damaged: " + *store.damage);
+    }
+} catch (const Failure&) {
+    throw;
 } catch (const std::exception& error) {
-    return Complain(options.file, error.what());
+    throw Failure(Cause::failed, options.file + ": " + error.what());
 }
 
 } // namespace cli

@@ -19,8 +19,11 @@ struct TraceOptions
     std::string chrome; ///< where to write a timeline, "" for none
 };
 
-/** Writes to standard output, complaints to standard error. @return the exit code of zavctl */
-int Trace(const TraceOptions& options);
+/**
+ * Writes to standard output.
+ * @throws Failure when it could not be shown whole; what is sound has been written
+ */
+void Trace(const TraceOptions& options);
 
 } // namespace cli
 

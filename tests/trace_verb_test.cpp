@@ -6,6 +6,7 @@
  * Tracing is switched on when a program is loaded, so each scene runs in a process of its own: this
  * program again, with the scene's name as its argument.
  */
+#include "Failure.h"
 #include "FakeGio.h"
 #include "LogPoint.h"
 #include "TraceStore.h"
@@ -113,8 +114,16 @@ protected:
     {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        EXPECT_EQ(cli::Trace(options), code);
-        errors = testing::internal::GetCapturedStderr();
+        int ended = 0;
+        std::string failure;
+        try {
+            cli::Trace(options);
+        } catch (const cli::Failure& thrown) {
+            ended = thrown.ExitCode();
+            failure = std::string("zavctl: ") + thrown.what() + "\n";
+        }
+        EXPECT_EQ(ended, code);
+        errors = testing::internal::GetCapturedStderr() + failure;
         std::istringstream output(testing::internal::GetCapturedStdout());
         std::vector<std::string> lines;
         for (std::string line; std::getline(output, line);) {
