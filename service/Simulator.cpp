@@ -143,13 +143,14 @@ void Simulator::Answer(OpenCall& call)
         Emit(signal.name, signal.body.get());
     }
 
-    if (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) {
-        line += " (not sent: no reply asked for)";
-    } else {
+    // Told before it is done: a caller that has its reply can rely on the line.
+    const bool asked =
+        (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
+    Tell(line + (asked ? "" : " (not sent: no reply asked for)"));
+    if (asked) {
         g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        nullptr);
     }
-    Tell(line);
     open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
 

@@ -63,102 +63,9 @@ void ExpectDoctor(int exitCode, const std::string& finding)
 class Cli : public testing::Test
 {
 protected:
-    /** What reached the service since the last time, as "Method (arguments)". */
-    std::string Received()
-    {
-        std::string text;
-        for (const Simulator::Call& call : service.Calls()) {
-            text += (text.empty() ? "" : "; ") + call.method + " " + call.arguments;
-        }
-        service.ClearCalls();
-        return text;
-    }
-
     PrivateBus bus;
     Simulator service{bus};
 };
-
-TEST_F(Cli, VerbsForwardAndPrint)
-{
-    struct
-    {
-        const char* line;
-        const char* out;
-        const char* received;
-    } const cases[] = {
-        {"get mode", "100 STANDARD\n", "GetMode ()"},
-        {"set mode movie", "", "SetMode (4,)"},
-        {"set mode 105", "", "SetMode (5,)"},
-        {"set mode dts-virtual-x --json",
-         "{\"mode\":110,\"mode-name\":\"DTS_VIRTUAL_X\",\"result\":0}\n", "SetMode (10,)"},
-        {"get mode --json", "{\"mode\":110,\"mode-name\":\"DTS_VIRTUAL_X\"}\n", "GetMode ()"},
-        {"get equalizer-state", "no\n", "GetMode ()"},
-        {"set woofer-level -3", "", "SetWooferLevel (-3,)"},
-        {"get woofer-level", "-3\n", "GetWooferLevel ()"},
-        {"get woofer-state", "1\n", "GetWooferState ()"},
-        {"get woofer-available", "yes\n", "IsAvailableWooferMode ()"},
-        {"set speaker 2", "", "SetSpeakerSelection (2,)"},
-        {"get speaker", "2\n", "GetSpeakerSelection ()"},
-        {"get sound-bar", "yes\n", "IsSoundBarConnected ()"},
-        {"get sound-bar --json", "{\"sound-bar\":true}\n", "IsSoundBarConnected ()"},
-        {"get equalizer-available", "yes\n", "IsAvailableEqualizer ()"},
-        {"get ready", "1\n", "IsZAVReady ()"},
-        {"get features", "1\n", "IsFeatureSupported ()"},
-        {"set corvala 0", "", "SetCorvalaVconf (0,)"},
-        {"get corvala-available", "0\n", "getQCorvalaAvailable ()"},
-        {"set earc 1", "", "SetEarcToZav (1,)"},
-        {"set pre-trial 1", "", "RequestPreTrial (1,)"},
-        {"equalizer -10 0 5", "", "SetEqualizerLevel ([-10, 0, 5], 3)"},
-        {"equalizer", "1 -10\n2 0\n3 5\n", "GetEqualizerLevel ()"},
-        {"equalizer --json", "{\"levels\":[-10,0,5]}\n", "GetEqualizerLevel ()"},
-        {"speakers", "1 1 Front left\n2 1 Front right\n3 2 Rear\n", "GetSCL ()"},
-        {"tunnel cap 3", "capability 0\n", "getCapabilityViaCommonTunnel (3,)"},
-        {"tunnel cap 3 --set", "", "setCapabilityViaCommonTunnel (3,)"},
-        {"tunnel cap 3 --json", "{\"id\":3,\"capability\":1}\n",
-         "getCapabilityViaCommonTunnel (3,)"},
-        {"tunnel send 1 0xff --id 7", "",
-         "sendExternalDataViaCommonTunnel ([byte 0x01, 0xff], 2, 7)"},
-        {"tunnel status", "connected yes\ntext zav-sim\n",
-         "sendExternalDataViaCommonTunnel ([byte 0x73], 1, 16)"},
-        {"spdif 1 2 --json", "{\"sent\":2}\n", "ReceivedDataFromSpdif ([byte 0x01, 0x02], 2)"},
-        {"init-manager --mode night --woofer-level 2 --values 1 2 3 4 5 6 7 --connection 8 "
-         "--equalizer-available --state 9 --features 10 --woofer-connected 11 --effects 0x3",
-         "", "InitSpeakerManager (105, 2, [1, 2, 3, 4, 5, 6, 7], 8, false, true, 9, 10, 11, 3)"},
-        {"modes --sid", "100 STANDARD SID_STANDARD_KR_SOUND\n101 MUSIC SID_MUSIC\n",
-         "GetModeList ()"},
-        {"modes --json",
-         "{\"modes\":[{\"mode\":100,\"mode-name\":\"STANDARD\"},"
-         "{\"mode\":101,\"mode-name\":\"MUSIC\"}]}\n",
-         "GetModeList ()"},
-        {"model SPEAKER_W7", "10\n", ""},
-        {"wait", "", ""},
-    };
-    service.SetReply("GetModeList", "0x41");
-    for (const auto& one : cases) {
-        ExpectOutput(one.line, one.out);
-        EXPECT_EQ(one.received, Received()) << one.line;
-    }
-}
-
-TEST_F(Cli, StatusShowsEverythingThatCanBeRead)
-{
-    EXPECT_EQ("mode 100 STANDARD\nwoofer-level 0\nwoofer-state 1\nwoofer-available yes\n"
-              "speaker 0\nsound-bar yes\nequalizer-available yes\nequalizer-state yes\nready 1\n"
-              "features 1\ncorvala-available 1\n",
-              Zavctl("status").out);
-    const json whole = JsonOf(Zavctl("status --json"));
-    EXPECT_EQ(12U, whole.size());
-
-    service.SetFailure("GetWooferLevel", "org.freedesktop.DBus.Error.Failed");
-    const Ended run = Zavctl("status --json");
-    EXPECT_EQ(1, run.exitCode);
-    json partly = JsonOf(run);
-    EXPECT_EQ("refused", partly["error"]["cause"]);
-    EXPECT_TRUE(partly["woofer-level"].is_null());
-    partly.erase("error");
-    partly["woofer-level"] = 0;
-    EXPECT_EQ(whole, partly);
-}
 
 TEST_F(Cli, AlignsAndColoursForPeople)
 {
@@ -176,33 +83,6 @@ TEST_F(Cli, AlignsAndColoursForPeople)
     EXPECT_NE(std::string::npos, onTerminal("status").find("\nwoofer-level         0\n"));
     EXPECT_NE(std::string::npos, onTerminal("doctor").find("\033[32mok\033[0m"));
     EXPECT_EQ(std::string::npos, onTerminal("doctor", {{"NO_COLOR", "1"}}).find("\033[3"));
-}
-
-TEST_F(Cli, TellsWhyTheServiceRefused)
-{
-    service.SetFailure("GetMode", "org.freedesktop.DBus.Error.Failed");
-    service.SetReply("GetSCL", "@ay []");
-    service.SetReply("GetEqualizerLevel", "(@ai [], 0)");
-    service.SetReply("ReceivedDataFromSpdif", "false");
-    ExpectFailure("get mode|get equalizer-state|set woofer-level 99|set mode 99|speakers|equalizer|"
-                  "spdif 1|sim hang NoSuchMethod",
-                  1, "refused");
-    ExpectFailure("model NO_SUCH_MODEL", 1, "failed");
-    service.SetReply("GetWooferLevel", "-1"); // the default as an answer is an answer
-    EXPECT_EQ(0, Zavctl("get woofer-level").exitCode);
-}
-
-TEST_F(Cli, RefusesBadUsageWithoutAskingTheService)
-{
-    ExpectFailure("|nonsense|sim nonsense|get|get nonsense|get earc|set ready 1|"
-                  "set woofer-level loud|set woofer-level 2147483648|set woofer-level 1.5|"
-                  "set mode louder|set mode|equalizer 1 x|equalizer 2147483648|spdif 256|spdif|"
-                  "tunnel|init-manager --values 1 2|monitor --count 0|wait --timeout -1|"
-                  "sim delay GetMode -1|sim reply GetMode (|completion fish|trace",
-                  2, "usage");
-    EXPECT_EQ("", Received());
-    EXPECT_NE(std::string::npos, Zavctl("get wofer").err.find("woofer-level"));
-    EXPECT_NE(std::string::npos, Zavctl("set mode clear").err.find("CLEAR_VOICE"));
 }
 
 TEST_F(Cli, TellsWhyNoAnswerCame)
