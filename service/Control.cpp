@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace
 {
@@ -27,19 +29,28 @@ std::string Quoted(const std::string& text)
 std::string Method(const std::string& name)
 {
     const auto* method = g_dbus_interface_info_lookup_method(Interface(), name.c_str());
-    if (!method) {
+    if (method == nullptr) {
         throw std::invalid_argument("the service has no method " + Quoted(name));
     }
     return method->name;
 }
 
-std::string SignalName(const std::string& name)
+std::string Signal(const std::string& name)
 {
     const auto* signal = g_dbus_interface_info_lookup_signal(Interface(), name.c_str());
-    if (!signal) {
+    if (signal == nullptr) {
         throw std::invalid_argument("the service has no signal " + Quoted(name));
     }
     return signal->name;
+}
+
+std::string Error(const std::string& name)
+{
+    // The bus gives error names and interface names the same form.
+    if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
+        throw std::invalid_argument(Quoted(name) + " is not an error name");
+    }
+    return name;
 }
 
 /**
@@ -63,23 +74,7 @@ bool FitsTheWire(GVariant* body)
     return bytes != nullptr;
 }
 
-Variant Body(const Variant& value)
-{
-    Variant body = value;
-    if (g_variant_is_of_type(value.get(), G_VARIANT_TYPE("av")) &&
-        g_variant_n_children(value.get()) == 0) {
-        body = Hold(g_variant_new("()"));
-    } else if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_TUPLE)) {
-        GVariant* member = value.get();
-        body = Hold(g_variant_new_tuple(&member, 1));
-    }
-    if (!FitsTheWire(body.get())) {
-        throw std::invalid_argument("D-Bus cannot carry " + Print(value.get()));
-    }
-    return body;
-}
-
-guint ParseMilliseconds(const std::string& text)
+guint Milliseconds(const std::string& text)
 {
     guint value = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -89,80 +84,63 @@ guint ParseMilliseconds(const std::string& text)
     return value;
 }
 
-Variant ParseBody(const std::string& text)
+Variant Body(const std::string& text)
 {
     g_autoptr(GError) error = nullptr;
     GVariant* value =
         g_variant_parse(nullptr, text.data(), text.data() + text.size(), nullptr, &error);
-    if (!value) {
+    if (value == nullptr) {
         throw std::invalid_argument(Quoted(text) + " is not a value: " + error->message);
     }
-    const Variant parsed = Hold(value);
-    // As on the bus, where every body comes in a variant.
-    return g_variant_is_of_type(value, G_VARIANT_TYPE_VARIANT) ? Hold(g_variant_get_variant(value))
-                                                               : parsed;
+    const bool whole = g_variant_is_of_type(value, G_VARIANT_TYPE_TUPLE) != FALSE;
+    const Variant body = Hold(whole ? value : g_variant_new_tuple(&value, 1));
+    if (!FitsTheWire(body.get())) {
+        throw std::invalid_argument("D-Bus cannot carry " + text);
+    }
+    return body;
+}
+
+/** What stands before the separator, and what after it; nothing without one. */
+std::pair<std::string, std::optional<std::string>> Split(const std::string& text, char separator)
+{
+    const size_t place = text.find(separator);
+    if (place == std::string::npos) {
+        return {text, std::nullopt};
+    }
+    return {text.substr(0, place), text.substr(place + 1)};
 }
 
 } // namespace
 
-Control Control::Delay(const std::string& method, guint milliseconds)
+Control Control::Parse(const std::string& text)
 {
-    return {.kind = Kind::Delay, .name = Method(method), .milliseconds = milliseconds};
-}
-
-Control Control::Fail(const std::string& method, const std::string& error)
-{
-    // The bus gives error names and interface names the same form.
-    if (!g_dbus_is_interface_name(error.c_str())) {
-        throw std::invalid_argument(Quoted(error) + " is not an error name");
-    }
-    return {.kind = Kind::Fail, .name = Method(method), .error = error};
-}
-
-Control Control::Hang(const std::string& method)
-{
-    return {.kind = Kind::Hang, .name = Method(method)};
-}
-
-Control Control::Reply(const std::string& method, const Variant& body)
-{
-    return {.kind = Kind::Reply, .name = Method(method), .body = Body(body)};
-}
-
-Control Control::Emit(const std::string& signal, const Variant& body)
-{
-    return {.kind = Kind::Emit, .name = SignalName(signal), .body = Body(body)};
-}
-
-Control Control::Parse(std::string_view verb, const std::string& text)
-{
-    const size_t equals = text.find('=');
-    const std::string name = text.substr(0, equals);
-    std::optional<std::string> value;
-    if (equals != std::string::npos) {
-        value = text.substr(equals + 1);
-    }
+    const auto [verb, rest] = Split(text, ' ');
+    const auto [name, value] = Split(rest.value_or(""), '=');
 
     if (verb == "delay") {
-        return Delay(name, ParseMilliseconds(value.value_or("")));
+        return {.kind = Kind::delay,
+                .name = Method(name),
+                .milliseconds = Milliseconds(value.value_or(""))};
     }
     if (verb == "fail") {
-        return Fail(name, value.value_or(generalFailure));
-    }
-    if (verb == "hang") {
-        return Hang(text);
+        return {.kind = Kind::fail,
+                .name = Method(name),
+                .error = Error(value.value_or("org.freedesktop.DBus.Error.Failed"))};
     }
     if (verb == "reply") {
-        return Reply(name, ParseBody(value.value_or("")));
+        return {.kind = Kind::reply, .name = Method(name), .body = Body(value.value_or(""))};
     }
     if (verb == "emit") {
-        return Emit(name, ParseBody(value.value_or("()")));
+        return {.kind = Kind::emit, .name = Signal(name), .body = Body(value.value_or("()"))};
     }
-    if (verb == "reset" && text.empty()) {
-        return {.kind = Kind::Reset};
+    if (verb == "hang" && !value) {
+        return {.kind = Kind::hang, .name = Method(name)};
     }
-    if (verb == "quit" && text.empty()) {
-        return {.kind = Kind::Quit};
+    static const std::map<std::string, Kind> alone = {
+        {"clear", Kind::clear}, {"reset", Kind::reset}, {"quit", Kind::quit}};
+    const auto found = alone.find(verb);
+    if (found == alone.end() || !rest.value_or("").empty()) {
+        throw std::invalid_argument("there is no control " + Quoted(text));
     }
-    throw std::invalid_argument("there is no control " + Quoted(std::string(verb) + " " + text));
+    return {.kind = found->second};
 }

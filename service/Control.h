@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file Control.h
- * What the simulated service can be told: by the bus, on the command line, in a scenario. All three
- * come down to a Control, so that all three can do the same and are checked alike.
+ * What the simulated service can be told, in its one form: a line of text. The command line, the
+ * scenarios and the control interface all take it.
+ *
+ *     delay METHOD=MILLISECONDS    hang METHOD          emit SIGNAL[=BODY]    clear    reset
+ *     fail METHOD[=ERROR_NAME]     reply METHOD=BODY                          quit
  */
 #ifndef ZAV_SERVICE_CONTROL_H
 #define ZAV_SERVICE_CONTROL_H
@@ -10,49 +13,32 @@
 #include "Variant.h"
 
 #include <string>
-#include <string_view>
 
-inline constexpr const char* generalFailure = "org.freedesktop.DBus.Error.Failed";
-
-/** Made only by the functions below, which throw std::invalid_argument for what cannot be done. */
 struct Control
 {
     enum class Kind
     {
-        Delay,
-        Fail,
-        Hang,
-        Reply,
-        Emit,
-        Reset,
-        Quit
+        delay,
+        fail,
+        hang,
+        reply,
+        emit,
+        clear,
+        reset,
+        quit
     };
 
-    static Control Delay(const std::string& method, guint milliseconds);
-    static Control Fail(const std::string& method, const std::string& error);
-    static Control Hang(const std::string& method);
-    /** @param body a tuple is the whole body, "@av []" an empty one, all else its one member */
-    static Control Reply(const std::string& method, const Variant& body);
-    /** @param body as with Reply */
-    static Control Emit(const std::string& signal, const Variant& body);
-
     /**
-     * Reads a control in its text form:
-     *
-     *     delay METHOD=MILLISECONDS    hang METHOD          emit SIGNAL[=BODY]    quit
-     *     fail METHOD[=ERROR_NAME]     reply METHOD=BODY    reset
-     *
-     * BODY is in GVariant's text form.
-     * @param verb the first word
-     * @param text the rest
+     * BODY is in GVariant's text form: a tuple is the whole body, anything else its one member.
+     * @throw std::invalid_argument for what is no control or cannot be done
      */
-    static Control Parse(std::string_view verb, const std::string& text);
+    static Control Parse(const std::string& text);
 
-    Kind kind = Kind::Reset;
+    Kind kind;
     std::string name = {};  // of the method or signal
-    guint milliseconds = 0; // Delay
-    std::string error = {}; // Fail
-    Variant body = {};      // Reply, Emit: a tuple
+    guint milliseconds = 0; // delay
+    std::string error = {}; // fail
+    Variant body = {};      // reply, emit: a tuple
 };
 
 #endif

@@ -9,24 +9,30 @@
 namespace
 {
 
+guint Milliseconds(const nlohmann::json& step, const char* key, guint least)
+{
+    const auto& value = step[key];
+    if (!value.is_number_unsigned() || value > G_MAXUINT || value < least) {
+        throw std::invalid_argument("'" + std::string(key) + "' is not a number of milliseconds");
+    }
+    return value.get<guint>();
+}
+
 Step ReadStep(const std::string& line)
 {
     auto step = nlohmann::json::parse(line, nullptr, /*allow_exceptions=*/false);
-    if (!step.is_object() || step.size() != 2 || !step.contains("at")) {
+    if (!step.is_object() || !step.contains("at") || step.size() != 2U + step.contains("every")) {
         throw std::invalid_argument(R"(expected {"at": MILLISECONDS, "VERB": "VALUE"})");
     }
-
-    const auto at = step["at"];
-    if (!at.is_number_unsigned() || at.get<guint64>() > G_MAXUINT) {
-        throw std::invalid_argument("'at' is not a number of milliseconds");
-    }
-
+    const guint at = Milliseconds(step, "at", 0);
+    const guint every = step.contains("every") ? Milliseconds(step, "every", 1) : 0;
     step.erase("at");
+    step.erase("every");
     const auto verb = step.begin();
     if (!verb->is_string()) {
         throw std::invalid_argument("the value of '" + verb.key() + "' is not a string");
     }
-    return {at.get<guint>(), Control::Parse(verb.key(), verb->get<std::string>())};
+    return {at, every, Control::Parse(verb.key() + " " + verb->get<std::string>())};
 }
 
 } // namespace
@@ -36,7 +42,8 @@ std::vector<Step> ReadScenario(std::istream& lines)
     std::vector<Step> steps;
     std::string line;
     for (int number = 1; std::getline(lines, line); ++number) {
-        if (line.find_first_not_of(" \t\r") == std::string::npos) {
+        const size_t start = line.find_first_not_of(" \t\r");
+        if (start == std::string::npos || line[start] == '#') {
             continue;
         }
         try {

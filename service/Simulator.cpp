@@ -45,9 +45,17 @@ Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
         connection, controlPath, org_kelmar_tv_zav_sim_interface,
         [](GDBusConnection*, const char*, const char*, const char*, const char* method,
            GVariant* args, GDBusMethodInvocation* invocation, gpointer self) {
+            auto& simulator = *static_cast<Simulator*>(self);
             try {
-                g_dbus_method_invocation_return_value(
-                    invocation, static_cast<Simulator*>(self)->Obey(method, args));
+                GVariant* reply = nullptr;
+                if (std::string_view(method) == "Calls") {
+                    reply = simulator.CallList();
+                } else {
+                    const char* text = nullptr;
+                    g_variant_get(args, "(&s)", &text);
+                    simulator.Apply(Control::Parse(text));
+                }
+                g_dbus_method_invocation_return_value(invocation, reply);
             } catch (const std::invalid_argument& fault) {
                 g_dbus_method_invocation_return_error_literal(
                     invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, fault.what());
@@ -59,28 +67,31 @@ Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
 void Simulator::Apply(const Control& control)
 {
     switch (control.kind) {
-    case Control::Kind::Delay: {
+    case Control::Kind::delay: {
         Fault& fault = faults[control.name];
-        if (fault.instead && fault.instead->kind == Control::Kind::Hang) {
+        if (fault.instead && fault.instead->kind == Control::Kind::hang) {
             fault.instead.reset();
         }
         fault.delay = control.milliseconds;
         break;
     }
-    case Control::Kind::Hang:
+    case Control::Kind::hang:
         faults[control.name] = {0, control};
         break;
-    case Control::Kind::Fail:
-    case Control::Kind::Reply:
+    case Control::Kind::fail:
+    case Control::Kind::reply:
         faults[control.name].instead = control;
         break;
-    case Control::Kind::Emit:
+    case Control::Kind::emit:
         Emit(control.name, control.body.get());
         break;
-    case Control::Kind::Reset:
+    case Control::Kind::clear:
+        Clear();
+        break;
+    case Control::Kind::reset:
         Reset();
         break;
-    case Control::Kind::Quit:
+    case Control::Kind::quit:
         g_main_loop_quit(loop);
         break;
     }
@@ -90,13 +101,16 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
 {
     const std::string method = g_dbus_method_invocation_get_method_name(invocation);
     GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
-    calls.push_back(
-        {method, Hold(g_variant_ref(args)), g_dbus_method_invocation_get_sender(invocation)});
+    calls.push_back({method, Print(args), g_dbus_method_invocation_get_sender(invocation)});
+    if (calls.size() > maxCalls) {
+        calls.pop_front();
+        ++dropped;
+    }
 
     OpenCall& call = open.emplace_back(*this, invocation, faults[method]);
     peak = std::max(peak, open.size());
 
-    if (call.fault.instead && call.fault.instead->kind == Control::Kind::Hang) {
+    if (call.fault.instead && call.fault.instead->kind == Control::Kind::hang) {
         Tell(method + " " + Print(args) + " -> hang");
     } else if (call.fault.delay == 0) {
         Answer(call);
@@ -115,7 +129,7 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
 /** Carries the call out, or what is set in its place, and forgets it. */
 void Simulator::Answer(OpenCall& call)
 {
-    const std::string method = g_dbus_method_invocation_get_method_name(call.invocation);
+    const std::string method = call.Method();
     GVariant* args = g_dbus_method_invocation_get_parameters(call.invocation);
     GDBusMessage* request = g_dbus_method_invocation_get_message(call.invocation);
     const auto& instead = call.fault.instead;
@@ -124,7 +138,7 @@ void Simulator::Answer(OpenCall& call)
     // The message is made by hand: GDBus would not let a reply pass that is not of the method's
     // type, and such replies are what this program is for.
     g_autoptr(GDBusMessage) answer = nullptr;
-    if (instead && instead->kind == Control::Kind::Fail) {
+    if (instead && instead->kind == Control::Kind::fail) {
         answer = g_dbus_message_new_method_error_literal(request, instead->error.c_str(),
                                                          "as the simulator was told");
         line += "error " + instead->error;
@@ -161,76 +175,40 @@ void Simulator::Emit(const std::string& signal, GVariant* body)
     Tell("signal " + signal + " " + Print(body));
 }
 
+void Simulator::Clear()
+{
+    calls.clear();
+    dropped = 0;
+    peak = open.size();
+}
+
 void Simulator::Reset()
 {
     while (!open.empty()) {
         OpenCall& call = open.front();
-        call.fault = {0, Control::Fail(g_dbus_method_invocation_get_method_name(call.invocation),
-                                       generalFailure)};
+        call.fault = {0, Control::Parse("fail " + call.Method())};
         Answer(call);
     }
     service = {};
     faults.clear();
-    calls.clear();
-    peak = 0;
-}
-
-/** Carries out a method of the control interface and returns its reply. */
-GVariant* Simulator::Obey(std::string_view method, GVariant* args)
-{
-    if (method == "Calls") {
-        return CallList();
-    }
-    if (method == "PeakOpenCalls") {
-        return g_variant_new("(u)", static_cast<guint>(peak));
-    }
-    if (method == "ClearCalls") {
-        calls.clear();
-        peak = open.size();
-        return nullptr;
-    }
-    if (method == "Reset") {
-        Reset();
-        return nullptr;
-    }
-
-    const char* name = nullptr;
-    g_variant_get_child(args, 0, "&s", &name);
-    if (method == "Hang") {
-        Apply(Control::Hang(name));
-        return nullptr;
-    }
-
-    const Variant argument = Hold(g_variant_get_child_value(args, 1));
-    if (method == "SetDelay") {
-        Apply(Control::Delay(name, g_variant_get_uint32(argument.get())));
-    } else if (method == "SetFailure") {
-        Apply(Control::Fail(name, g_variant_get_string(argument.get(), nullptr)));
-    } else if (method == "SetReply") {
-        Apply(Control::Reply(name, Hold(g_variant_get_variant(argument.get()))));
-    } else {
-        Apply(Control::Emit(name, Hold(g_variant_get_variant(argument.get()))));
-    }
-    return nullptr;
+    Clear();
 }
 
 GVariant* Simulator::CallList() const
 {
     GVariantBuilder list;
-    g_variant_builder_init(&list, G_VARIANT_TYPE("a(svs)"));
+    g_variant_builder_init(&list, G_VARIANT_TYPE("a(sss)"));
     for (const Call& call : calls) {
-        // D-Bus has no empty tuple inside of a variant.
-        const bool empty = g_variant_n_children(call.body.get()) == 0;
-        g_variant_builder_add(&list, "(svs)", call.method.c_str(),
-                              empty ? g_variant_new("av", nullptr) : call.body.get(),
+        g_variant_builder_add(&list, "(sss)", call.method.c_str(), call.arguments.c_str(),
                               call.sender.c_str());
     }
-    return g_variant_new("(a(svs))", &list);
+    return g_variant_new("(a(sss)uu)", &list, static_cast<guint>(peak),
+                         static_cast<guint>(dropped));
 }
 
 void Simulator::Tell(const std::string& line) const
 {
-    if (!quiet) {
-        std::cout << line << std::endl;
+    if (!quiet && !(std::cout << line << std::endl)) {
+        g_main_loop_quit(loop);
     }
 }

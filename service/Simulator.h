@@ -8,11 +8,11 @@
 
 #include <gio/gio.h>
 
+#include <deque>
 #include <list>
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 /** Lives in one thread, that of the main loop. */
 class Simulator
@@ -22,7 +22,7 @@ public:
      * Puts the service's object and that of its controls on the bus.
      * @param bus must not be dispatched any more when this object is gone
      * @param beQuiet whether to keep calls and signals from standard output
-     * @param mainLoop is ended by the control Quit
+     * @param mainLoop is ended by the control "quit", and when the output cannot be written
      */
     Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop);
 
@@ -32,7 +32,7 @@ private:
     struct Fault
     {
         guint delay = 0;
-        std::optional<Control> instead; // Hang, Fail or Reply in place of the service's answer
+        std::optional<Control> instead; // hang, fail or reply in place of the service's answer
     };
 
     struct OpenCall
@@ -45,6 +45,8 @@ private:
         OpenCall& operator=(const OpenCall&) = delete;
         ~OpenCall();
 
+        std::string Method() const { return g_dbus_method_invocation_get_method_name(invocation); }
+
         Simulator& simulator;
         GDBusMethodInvocation* invocation;
         Fault fault; // as set when the call came
@@ -54,15 +56,18 @@ private:
     struct Call
     {
         std::string method;
-        Variant body;
+        std::string arguments;
         std::string sender;
     };
+
+    /** What a test can want to look back on, in a service that may run for days. */
+    static constexpr size_t maxCalls = 10'000;
 
     void Receive(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);
     void Emit(const std::string& signal, GVariant* body);
+    void Clear();
     void Reset();
-    GVariant* Obey(std::string_view method, GVariant* args);
     [[nodiscard]] GVariant* CallList() const;
     void Tell(const std::string& line) const;
 
@@ -71,7 +76,8 @@ private:
     GMainLoop* loop;
     ZavService service;
     std::map<std::string, Fault> faults; // by method
-    std::vector<Call> calls;
+    std::deque<Call> calls;
+    size_t dropped = 0; // of the oldest calls
     std::list<OpenCall> open;
     size_t peak = 0;
 };

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "ZavService.h"
 
+#include "zav-interfaces.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <span>
+#include <stdexcept>
 
 namespace
 {
@@ -208,6 +211,15 @@ const std::map<std::string, Handler> handlers = {
 };
 
 } // namespace
+
+ZavService::ZavService()
+{
+    for (auto* const* method = org_kelmar_tv_zav_interface.methods; *method != nullptr; ++method) {
+        if (!handlers.contains((*method)->name)) {
+            throw std::runtime_error(std::string("no answer to the method ") + (*method)->name);
+        }
+    }
+}
 
 Variant ZavService::Answer(const std::string& method, GVariant* args)
 {

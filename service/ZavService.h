@@ -24,6 +24,9 @@ struct Speaker
 /** What the methods do and which signals they cause is told in org.kelmar.tv.zav.xml. */
 struct ZavService
 {
+    /** @throw std::runtime_error when a method of the interface has no answer */
+    ZavService();
+
     /**
      * Carries out a method of the interface.
      * @param args of the method's types

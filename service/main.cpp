@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 /** @file main.cpp zav-sim: a ZAVService without a television, which also misbehaves on command. */
+#include "Completion.h"
 #include "Scenario.h"
 #include "Simulator.h"
 
@@ -28,21 +29,25 @@ A fault lasts until a reset, or until another one for the same method takes its 
 goes together with a reply or a failure. VALUE is in GVariant's text form, such as 5 or
 ([byte 0x71, 1], 2, 16): a tuple is the whole body, anything else its only member.
 
-A scenario is a text file with one JSON object a line: "at", the milliseconds since ready, and one
-of these, whose values are those of the options above:
+A scenario is a text file with one JSON object a line: "at", the milliseconds since ready, perhaps
+"every", the milliseconds until it is done again, and one of these, whose values are those of the
+options above:
+  # a comment
   {"at": 0, "delay": "GetMode=2000"}
   {"at": 0, "fail": "GetWooferLevel=org.freedesktop.DBus.Error.Failed"}
   {"at": 0, "hang": "SetMode"}
   {"at": 0, "reply": "GetMode=(5,)"}
-  {"at": 500, "emit": "SetCbSoundModeChange=(5,)"}   a signal; without =VALUE its body is empty
+  {"at": 500, "every": 100, "emit": "SetCbSoundModeChange=(5,)"}  without =VALUE the body is empty
+  {"at": 2000, "clear": ""}                          forgets the calls
   {"at": 3000, "reset": ""}                          state, faults and calls as at the start
   {"at": 9000, "quit": ""}
 
-All options but --quiet may be given several times.
+The options for faults and --scenario may be given several times.
 Prints "zav-sim: ready" once the service can be called, then a line for each call and each signal.
-The bus is that of DBUS_SYSTEM_BUS_ADDRESS, else the system bus. The same controls can be called
-there: interface org.kelmar.tv.zav.Sim at /org/kelmar/tv/zav/sim.
-Exit status: 0 ended by SIGINT, SIGTERM or "quit"; 1 no bus, bus lost or name taken; 2 bad usage.
+The bus is that of DBUS_SYSTEM_BUS_ADDRESS, else the system bus. `zavctl sim` gives the same
+controls to a service that runs.
+Exit status: 0 ended by SIGINT, SIGTERM or "quit"; 1 no bus, bus lost, name taken, or output that
+cannot be written; 2 bad usage.
 )help";
 
 struct Options
@@ -70,7 +75,7 @@ void Define(CLI::App& app, Options& options)
         app.add_option_function<std::string>(
                "--" + verb,
                [&options, verb](const std::string& text) {
-                   options.faults.push_back(Control::Parse(verb, text));
+                   options.faults.push_back(Control::Parse(verb + " " + text));
                },
                help)
             ->type_name(value)
@@ -89,6 +94,7 @@ void Define(CLI::App& app, Options& options)
         ->type_name("FILE")
         ->trigger_on_parse();
     app.add_flag("--quiet", options.quiet, "Print no calls and signals");
+    app.set_version_flag("--version", "zav-sim " ZAV_VERSION);
     app.footer(footer);
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("zav-sim: ") + error.what() + "\n";
@@ -114,17 +120,27 @@ void OwnName(GDBusConnection* connection)
     }
 }
 
-/** A control of the scenario that waits for its time. */
-struct DueControl
+/** A step of the scenario that waits for its time. */
+struct DueStep
 {
     Simulator& simulator;
-    const Control& control;
+    const Step& step;
 };
 
-gboolean ApplyDue(gpointer data)
+gboolean Apply(gpointer data)
 {
-    const auto& due = *static_cast<DueControl*>(data);
-    due.simulator.Apply(due.control);
+    const auto& due = *static_cast<DueStep*>(data);
+    due.simulator.Apply(due.step.control);
+    return G_SOURCE_CONTINUE;
+}
+
+gboolean ApplyFirst(gpointer data)
+{
+    const guint every = static_cast<DueStep*>(data)->step.every;
+    Apply(data);
+    if (every != 0) {
+        g_timeout_add(every, Apply, data);
+    }
     return G_SOURCE_REMOVE;
 }
 
@@ -153,9 +169,9 @@ void Run(const Options& options)
         simulator.Apply(fault);
     }
     OwnName(connection);
-    std::list<DueControl> due;
+    std::list<DueStep> due;
     for (const Step& step : options.steps) {
-        g_timeout_add(step.at, ApplyDue, &due.emplace_back(DueControl{simulator, step.control}));
+        g_timeout_add(step.at, ApplyFirst, &due.emplace_back(DueStep{simulator, step}));
     }
 
     std::cout << "zav-sim: ready" << std::endl;
@@ -163,15 +179,22 @@ void Run(const Options& options)
     if (!g_dbus_connection_flush_sync(connection, nullptr, nullptr)) {
         throw std::runtime_error("the bus has gone");
     }
+    if (!std::cout) {
+        throw std::runtime_error("standard output cannot be written");
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 try {
-    CLI::App app("A simulated ZAVService, for applications without a television and for tests.");
+    CLI::App app("A simulated ZAVService, for applications without a television and for tests.",
+                 "zav-sim");
     Options options;
     Define(app, options);
+    if (AnswerCompletion(app, argc, argv, {{"METHOD", Methods}})) {
+        return EXIT_SUCCESS;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& outcome) { // --help among them

@@ -65,18 +65,6 @@ std::string Text(GBytes* bytes)
     return size == 0 ? std::string() : std::string(static_cast<const char*>(data), size);
 }
 
-/** D-Bus has no empty tuple inside of another value: in its place goes an empty array. */
-GVariant* NameAndBody(const std::string& name, const std::string& text)
-{
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) body = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
-    if (body == nullptr) {
-        Throw(text, error);
-    }
-    const bool empty = g_variant_is_of_type(body, G_VARIANT_TYPE_UNIT) != FALSE;
-    return g_variant_new("(sv)", name.c_str(), empty ? g_variant_new("av", nullptr) : body);
-}
-
 std::string Configuration(const std::string& rules)
 {
     std::ifstream file(ZAV_BUS_CONFIG);
@@ -240,7 +228,7 @@ void Simulator::Stop()
     m_connection.reset();
 }
 
-std::shared_ptr<GVariant> Simulator::Control(const char* method, GVariant* arguments)
+std::shared_ptr<GVariant> Simulator::Ask(const char* method, GVariant* arguments)
 {
     g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
@@ -252,63 +240,29 @@ std::shared_ptr<GVariant> Simulator::Control(const char* method, GVariant* argum
     return Hold(reply);
 }
 
-void Simulator::SetReply(const std::string& method, const std::string& body)
+void Simulator::Control(const std::string& text)
 {
-    Control("SetReply", NameAndBody(method, body));
-}
-
-void Simulator::SetDelay(const std::string& method, unsigned milliseconds)
-{
-    Control("SetDelay", g_variant_new("(su)", method.c_str(), milliseconds));
-}
-
-void Simulator::SetFailure(const std::string& method, const std::string& error)
-{
-    Control("SetFailure", g_variant_new("(ss)", method.c_str(), error.c_str()));
-}
-
-void Simulator::Hang(const std::string& method)
-{
-    Control("Hang", g_variant_new("(s)", method.c_str()));
-}
-
-void Simulator::Emit(const std::string& signal, const std::string& body)
-{
-    Control("Emit", NameAndBody(signal, body));
+    Ask("Control", g_variant_new("(s)", text.c_str()));
 }
 
 std::vector<Simulator::Call> Simulator::Calls()
 {
-    const auto reply = Control("Calls", nullptr);
+    const auto reply = Ask("Calls");
     g_autoptr(GVariant) list = g_variant_get_child_value(reply.get(), 0);
     std::vector<Call> calls;
     for (gsize i = 0; i < g_variant_n_children(list); ++i) {
         const char* method = nullptr;
+        const char* arguments = nullptr;
         const char* sender = nullptr;
-        g_autoptr(GVariant) arguments = nullptr;
-        g_variant_get_child(list, i, "(&sv&s)", &method, &arguments, &sender);
-        // No arguments come as an empty array, see Parse().
-        const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE("av")) != FALSE;
-        g_autofree char* text = none ? g_strdup("()") : g_variant_print(arguments, TRUE);
-        calls.push_back({method, text, sender});
+        g_variant_get_child(list, i, "(&s&s&s)", &method, &arguments, &sender);
+        calls.push_back({method, arguments, sender});
     }
     return calls;
 }
 
 unsigned Simulator::PeakOpenCalls()
 {
-    const auto reply = Control("PeakOpenCalls", nullptr);
     guint32 count = 0;
-    g_variant_get(reply.get(), "(u)", &count);
+    g_variant_get_child(Ask("Calls").get(), 1, "u", &count);
     return count;
-}
-
-void Simulator::ClearCalls()
-{
-    Control("ClearCalls", nullptr);
-}
-
-void Simulator::Reset()
-{
-    Control("Reset", nullptr);
 }

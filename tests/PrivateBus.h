@@ -99,18 +99,30 @@ public:
     void Stop();
     void Start(); ///< again, with a state as new
 
-    void SetReply(const std::string& method, const std::string& body);
-    void SetDelay(const std::string& method, unsigned milliseconds);
-    void SetFailure(const std::string& method, const std::string& error);
-    void Hang(const std::string& method);
-    void Emit(const std::string& signal, const std::string& body = "()"); ///< returns once sent
+    /** @param text as on its command line: "delay GetMode=100" */
+    void Control(const std::string& text);
+
+    void SetReply(const std::string& method, const std::string& body)
+    {
+        Control("reply " + method + "=" + body);
+    }
+    void SetFailure(const std::string& method, const std::string& error)
+    {
+        Control("fail " + method + "=" + error);
+    }
+    void Hang(const std::string& method) { Control("hang " + method); }
+    /** Returns once it is sent. */
+    void Emit(const std::string& signal, const std::string& body = "()")
+    {
+        Control("emit " + signal + "=" + body);
+    }
+    void ClearCalls() { Control("clear"); }
+    void Reset() { Control("reset"); }
     std::vector<Call> Calls();
     unsigned PeakOpenCalls();
-    void ClearCalls();
-    void Reset();
 
 private:
-    std::shared_ptr<GVariant> Control(const char* method, GVariant* arguments);
+    std::shared_ptr<GVariant> Ask(const char* method, GVariant* arguments = nullptr);
 
     const std::string m_address;
     const Arguments m_options;
