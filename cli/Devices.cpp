@@ -17,6 +17,7 @@ namespace
 {
 
 using Api = ZAVServiceAPI;
+using Bytes = std::vector<unsigned char>;
 
 /** A level as a bar to the left or right of the middle. */
 std::string Bar(int64_t level, int64_t highest)
@@ -28,18 +29,27 @@ std::string Bar(int64_t level, int64_t highest)
     return level < 0 ? bar.replace(half - length, length, length, '#') : bar.append(length, '#');
 }
 
-int ShowEqualizer(const Options& options)
+std::vector<int> ReadLevels()
 {
-    // The C function hands on what there is room for; the method all that the service sends.
-    std::vector<int> levels(ZAV_MAX_LEVELS);
-    int* room = levels.data();
-    int count = 0;
-    Request([&] { ::GetEqualizerLevel(&room, &count); });
-    if (count == 0) {
+    const auto levels = Request(
+        [] {
+            std::vector<int> read(ZAV_MAX_LEVELS);
+            int* buffer = read.data();
+            int count = 0;
+            GetEqualizerLevel(&buffer, &count); // the export, which keeps to the room there is
+            read.resize(static_cast<size_t>(count));
+            return read;
+        },
+        Step::returned);
+    if (levels.result.empty()) {
         throw Failure(Cause::refused, "ZAVService answered without equalizer levels");
     }
-    levels.resize(static_cast<size_t>(count));
+    return levels.result;
+}
 
+void ShowLevels()
+{
+    const std::vector<int> levels = ReadLevels();
     int64_t highest = 10;
     for (const int64_t level : levels) {
         highest = std::max(highest, std::abs(level));
@@ -48,165 +58,240 @@ int ShowEqualizer(const Options& options)
     for (const int level : levels) {
         rows.push_back({std::to_string(rows.size() + 1), std::to_string(level)});
         if (OnTerminal()) {
-            rows.back().push_back(Bar(level, highest));
+            rows.back().emplace_back(Bar(level, highest));
         }
     }
-    Print(options.json, {{"levels", levels}}, rows);
-    return 0;
+    Print({{"levels", levels}}, rows);
 }
 
-int SetEqualizer(const Options& options)
+/** The service does not answer to levels: what came of them is read back. */
+void SetLevels(const std::vector<int>& levels)
 {
-    std::vector<int> levels = options.numbers;
-    Request([&] { Api::SetEqualizerLevel(levels.data(), static_cast<int>(levels.size())); });
-    Deliver();
-    Print(options.json, {{"levels", levels}}, {});
-    return 0;
+    Request([sent = levels]() mutable {
+        Api::SetEqualizerLevel(sent.data(), static_cast<int>(sent.size()));
+        return true;
+    });
+    if (ReadLevels() != levels) {
+        throw Failure::For(Cause::refused, "it has other levels than these");
+    }
+    Print({{"levels", levels}}, {});
 }
 
-std::vector<unsigned char> Bytes(const Options& options)
+Action Equalizer(CLI::App& verb)
 {
-    return {options.numbers.begin(), options.numbers.end()};
+    const auto levels = std::make_shared<std::vector<int>>();
+    verb.add_option("LEVEL", *levels, "One for each band")->check(CheckNumber, "");
+    return [levels] { levels->empty() ? ShowLevels() : SetLevels(*levels); };
 }
 
-/** What the service answered is told by the log alone. */
-void RequireAccepted(std::optional<int> answer)
+/** The text that a record begins with. */
+std::string Text(const SCLSpkInfo& speaker)
 {
-    if (answer == 0) {
+    const auto* head = reinterpret_cast<const char*>(speaker.opaque1);
+    return {head, strnlen(head, sizeof speaker.opaque1)};
+}
+
+Action Speakers(CLI::App& /*verb*/)
+{
+    return [] {
+        const auto speakers = Request(
+            [] {
+                std::vector<SCLSpkInfo> list;
+                const int count = Api::GetSCL(list);
+                return std::pair(count, list);
+            },
+            Step::listed);
+        const auto& [count, records] = speakers.result;
+        if (count < 0) {
+            throw Failure(Cause::refused, "ZAVService answered without speaker records");
+        }
+        json list = json::array();
+        std::vector<Row> rows;
+        for (const SCLSpkInfo& speaker : records) {
+            const int type = speaker.m_Connecttype;
+            list.push_back({{"connect-type", type}, {"text", Text(speaker)}});
+            rows.push_back({std::to_string(list.size()), std::to_string(type), Text(speaker)});
+        }
+        Print({{"speakers", list}}, rows);
+    };
+}
+
+/** Makes a request that is answered with whether it was accepted; only the log tells. */
+template <class Call>
+void RequestAcceptance(Call call)
+{
+    const auto answer = Request([call] {
+        call();
+        return true;
+    });
+    if (answer.number == 0) {
         throw Failure(Cause::refused, "ZAVService did not accept it");
     }
 }
 
-/** The text at the beginning of a record, if it begins with one. */
-std::string Text(const SCLSpkInfo& speaker)
+using Device = commonTunnel_external_id_e;
+
+Action TunnelCapability(CLI::App& verb)
 {
-    const std::string head(reinterpret_cast<const char*>(speaker.opaque1), sizeof speaker.opaque1);
-    const auto end = std::ranges::find_if(
-        head, [](char c) { return !std::isprint(static_cast<unsigned char>(c)); });
-    return {head.begin(), end};
+    struct Given
+    {
+        int id = 0;
+        bool set = false;
+    };
+    const auto given = std::make_shared<Given>();
+    verb.add_option("ID", given->id, "The external device")->required();
+    verb.add_flag("--set", given->set, "Give the capability");
+    return [given] {
+        const auto device = Device{given->id};
+        if (given->set) {
+            RequestAcceptance([device] { Api::SetCapabilityCommonTunnelExternal(device); });
+            return Print({{"id", given->id}, {"capability", 1}}, {});
+        }
+        const int capability = Request([device] {
+                                   int read = 0;
+                                   Api::GetCapabilityCommonTunnelExternal(device, &read);
+                                   return read;
+                               }).result;
+        Print({{"id", given->id}, {"capability", capability}},
+              {{"capability", std::to_string(capability)}});
+    };
 }
 
+std::shared_ptr<int> DeviceOption(CLI::App& verb)
+{
+    const auto id = std::make_shared<int>(COMMON_TUNNEL_EXTERNAL_ID_DEFAULT);
+    verb.add_option("--id", *id, "The external device")->capture_default_str();
+    return id;
+}
+
+std::shared_ptr<std::vector<int>> BytesArgument(CLI::App& verb)
+{
+    const auto bytes = std::make_shared<std::vector<int>>();
+    verb.add_option("BYTES", *bytes, "0 to 255, also as 0x00 to 0xff")
+        ->required()
+        ->check(CheckNumber, "")
+        ->check(CLI::Range(0, 255));
+    return bytes;
+}
+
+Action TunnelSend(CLI::App& verb)
+{
+    const auto numbers = BytesArgument(verb);
+    const auto id = DeviceOption(verb);
+    return [numbers, id] {
+        static int listener = 0; // the id goes with a registration, which has to have user data
+        Api::SetDataReceivedFromCommonTunnelExternalcb(Device{*id}, nullptr, nullptr, &listener);
+        RequestAcceptance([bytes = Bytes(numbers->begin(), numbers->end())] {
+            Api::SendDataToCommonTunnelExternal(bytes.data(), static_cast<int>(bytes.size()));
+        });
+        Print({{"id", *id}, {"sent", numbers->size()}}, {});
+    };
+}
+
+/** What a device has told of itself. */
 struct TunnelAnswer
 {
     bool came = false;
     bool connected = false;
-    std::string text;
+    std::string text = {};
 };
 
 void OnTunnelStatus(int connected, char* text, void* answer)
 {
-    constexpr size_t length = 18;
-    *static_cast<TunnelAnswer*>(answer) = {true, connected != 0,
-                                           std::string(text, strnlen(text, length))};
+    *static_cast<TunnelAnswer*>(answer) = {
+        true, connected != 0, {text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT)}};
 }
 
-commonTunnel_external_id_e Device(const Options& options)
+Action TunnelStatus(CLI::App& verb)
 {
-    return static_cast<commonTunnel_external_id_e>(options.id);
+    const auto id = DeviceOption(verb);
+    return [id] {
+        static TunnelAnswer answer; // signals may come as long as the process lives
+        Api::SetDataReceivedFromCommonTunnelExternalcb(Device{*id}, OnTunnelStatus, nullptr,
+                                                       &answer);
+        RequestAcceptance([] { Api::RequestStatusFromCommonTunnelExternal(); });
+        WaitUntil("the external device", [] { return answer.came; });
+        Print({{"id", *id}, {"connected", answer.connected}, {"text", answer.text}},
+              {{"connected", answer.connected ? "yes" : "no"}, {"text", answer.text}});
+    };
+}
+
+Action Spdif(CLI::App& verb)
+{
+    const auto numbers = BytesArgument(verb);
+    return [numbers] {
+        RequestAcceptance([bytes = Bytes(numbers->begin(), numbers->end())] {
+            Api::DataReceivedFromSpkViaSPDIF(bytes.data(), static_cast<int>(bytes.size()));
+        });
+        Print({{"sent", std::min<size_t>(numbers->size(), ZAV_MAX_SPDIF_DATA)}}, {});
+    };
+}
+
+Action InitManager(CLI::App& verb)
+{
+    struct Given
+    {
+        SpeakerManagerState state{};
+        std::string mode = "STANDARD";
+        std::vector<int> values;
+    };
+    const auto given = std::make_shared<Given>();
+    const auto add = [&verb](const char* name, int32_t& member, const char* help) {
+        verb.add_option(name, member, help)->check(CheckNumber, "")->capture_default_str();
+    };
+    verb.add_option("--mode", given->mode, "The sound mode, by number or name")
+        ->type_name("MODE")
+        ->capture_default_str();
+    add("--woofer-level", given->state.SubWooferLevel, "The sub-woofer's level");
+    verb.add_option("--values", given->values, "Seven values, passed through")
+        ->check(CheckNumber, "")
+        ->expected(7);
+    add("--connection", given->state.ConnectionStatus, "0 without a sound device");
+    verb.add_flag("--woofer-available", given->state.SubWooferAvailable,
+                  "There is a sub-woofer to set");
+    verb.add_flag("--equalizer-available", given->state.EqualizerAvailable,
+                  "There is an equalizer");
+    add("--state", given->state.State, "The speaker manager's state");
+    add("--features", given->state.FeatureSupported, "The supported features");
+    add("--woofer-connected", given->state.WooferConnected, "Whether a woofer is connected");
+    add("--effects", given->state.EffectList, "The mask of the modes");
+    return [given] {
+        SpeakerManagerState state = given->state;
+        state.AudioEffect = ParseMode(given->mode);
+        std::ranges::copy(given->values, state.ValueArray);
+        Request([state]() mutable { return Api::InitSpeakerManager(&state); });
+        Touch(); // the service answers to none of it, but the bus keeps the order
+        const int mode = state.AudioEffect;
+        Print({{"sent", true}, {"mode", mode}, {"mode-name", ModeName(mode)}}, {{"sent"}});
+    };
+}
+
+Action Model(CLI::App& verb)
+{
+    const auto name = std::make_shared<std::string>();
+    verb.add_option("NAME", *name, "Such as MODEL_DEFAULT")->required();
+    return [name] {
+        const int code = Api::m_HashModelName(name->c_str());
+        if (code == MODEL_NAME_UNKNOWN) {
+            throw Failure(Cause::failed, "no device model is called '" + *name + "'");
+        }
+        Print({{"model", *name}, {"code", code}}, {{std::to_string(code)}});
+    };
 }
 
 } // namespace
 
-int Equalizer(const Options& options)
-{
-    return options.numbers.empty() ? ShowEqualizer(options) : SetEqualizer(options);
-}
-
-int Speakers(const Options& options)
-{
-    std::vector<SCLSpkInfo> speakers;
-    int count = 0;
-    Request([&] { count = Api::GetSCL(speakers); });
-    if (count < 0) {
-        throw Failure(Cause::refused, "ZAVService answered without speaker records");
-    }
-    json list = json::array();
-    std::vector<Row> rows;
-    for (const SCLSpkInfo& speaker : speakers) {
-        const int type = speaker.m_Connecttype;
-        list.push_back({{"connect-type", type}, {"text", Text(speaker)}});
-        rows.push_back({std::to_string(list.size()), std::to_string(type), Text(speaker)});
-    }
-    Print(options.json, {{"speakers", list}}, rows);
-    return 0;
-}
-
-int TunnelCapability(const Options& options)
-{
-    int capability = 1;
-    if (options.flag) {
-        RequireAccepted(Request([&] { Api::SetCapabilityCommonTunnelExternal(Device(options)); }));
-        Print(options.json, {{"id", options.id}, {"capability", capability}}, {});
-        return 0;
-    }
-    Request([&] { Api::GetCapabilityCommonTunnelExternal(Device(options), &capability); });
-    Print(options.json, {{"id", options.id}, {"capability", capability}},
-          {{"capability", std::to_string(capability)}});
-    return 0;
-}
-
-int TunnelSend(const Options& options)
-{
-    const auto bytes = Bytes(options);
-    int listener = 0; // the id goes with a registration, which has to have user data
-    Api::SetDataReceivedFromCommonTunnelExternalcb(Device(options), nullptr, nullptr, &listener);
-    RequireAccepted(Request([&] {
-        Api::SendDataToCommonTunnelExternal(bytes.data(), static_cast<int>(bytes.size()));
-    }));
-    Print(options.json, {{"id", options.id}, {"sent", bytes.size()}}, {});
-    return 0;
-}
-
-int TunnelStatus(const Options& options)
-{
-    static TunnelAnswer answer; // signals may come as long as the process lives
-    Api::SetDataReceivedFromCommonTunnelExternalcb(Device(options), OnTunnelStatus, nullptr,
-                                                   &answer);
-    RequireAccepted(Request([] { Api::RequestStatusFromCommonTunnelExternal(); }));
-    bool late = false;
-    g_timeout_add_seconds(
-        5, [](gpointer flag) -> gboolean { return !(*static_cast<bool*>(flag) = true); }, &late);
-    while (!answer.came && !late) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    if (!answer.came) {
-        throw Failure(Cause::noAnswer, "the external device sent no status in time");
-    }
-    Print(options.json,
-          {{"id", options.id}, {"connected", answer.connected}, {"text", answer.text}},
-          {{"connected", answer.connected ? "yes" : "no"}, {"text", answer.text}});
-    return 0;
-}
-
-int Spdif(const Options& options)
-{
-    const auto bytes = Bytes(options);
-    RequireAccepted(Request(
-        [&] { Api::DataReceivedFromSpkViaSPDIF(bytes.data(), static_cast<int>(bytes.size())); }));
-    Print(options.json, {{"sent", std::min<size_t>(bytes.size(), 40)}}, {});
-    return 0;
-}
-
-int InitManager(const Options& options)
-{
-    SpeakerManagerState state = options.state;
-    state.AudioEffect = ParseMode(options.mode);
-    std::ranges::copy(options.numbers, state.ValueArray);
-    Request([&] { Api::InitSpeakerManager(&state); });
-    Deliver();
-    Print(options.json, {{"mode", state.AudioEffect}, {"mode-name", ModeName(state.AudioEffect)}},
-          {});
-    return 0;
-}
-
-int Model(const Options& options)
-{
-    const int code = Api::m_HashModelName(options.name.c_str());
-    if (code == MODEL_NAME_UNKNOWN) {
-        throw Failure(Cause::failed, "no device model is called '" + options.name + "'");
-    }
-    Print(options.json, {{"model", options.name}, {"code", code}}, {{std::to_string(code)}});
-    return 0;
-}
+const Verbs deviceVerbs = {
+    {"equalizer", "Show the equalizer levels, or set them", Equalizer},
+    {"speakers", "List the networked speakers", Speakers},
+    {"tunnel cap", "Show whether an external device has the capability, or give it",
+     TunnelCapability},
+    {"tunnel send", "Send bytes to an external device", TunnelSend},
+    {"tunnel status", "Ask an external device for its status", TunnelStatus},
+    {"spdif", "Forward bytes as received from a speaker over S/PDIF; of more than 40 the first 40",
+     Spdif},
+    {"init-manager", "Send the speaker manager's state to the service", InitManager},
+    {"model", "Show the code of a device model's name", Model},
+};
 
 } // namespace cli

@@ -1,31 +1,66 @@
 // SPDX-License-Identifier: MIT
 #include "Output.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <glib.h>
 #include <iostream>
 #include <unistd.h>
 
 namespace cli
 {
 
+bool asJson = false;
+
+namespace
+{
+
+bool WithColours()
+{
+    const char* none = std::getenv("NO_COLOR");
+    return OnTerminal() && (none == nullptr || *none == '\0');
+}
+
+size_t Width(const std::string& text)
+{
+    return static_cast<size_t>(g_utf8_strlen(text.c_str(), -1));
+}
+
+} // namespace
+
 bool OnTerminal()
 {
     return isatty(STDOUT_FILENO) == 1;
 }
 
-std::string Coloured(const std::string& text, int colour)
+std::string Printable(const std::string& text)
 {
-    const char* none = std::getenv("NO_COLOR");
-    if (!OnTerminal() || (none != nullptr && *none != '\0')) {
-        return text;
+    g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    std::string shown;
+    for (const char* c = valid; *c != '\0'; c = g_utf8_next_char(c)) {
+        const gunichar character = g_utf8_get_char(c);
+        if (g_unichar_iscntrl(character) != FALSE) {
+            g_autofree char* escaped = g_strdup_printf("\\u%04x", character);
+            shown += escaped;
+        } else {
+            shown.append(c, static_cast<size_t>(g_utf8_next_char(c) - c));
+        }
     }
-    return "\033[" + std::to_string(colour) + "m" + text + "\033[0m";
+    return shown;
+}
+
+void PrintText(const std::string& text)
+{
+    if (!(std::cout << text << std::flush)) {
+        throw Failure(Cause::failed,
+                      std::string("standard output cannot be written: ") + std::strerror(errno));
+    }
 }
 
 void PrintJson(const json& data)
 {
-    std::cout << data.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
+    PrintText(Printable(data.dump(-1, ' ', false, json::error_handler_t::replace)) + '\n');
 }
 
 void PrintRows(const std::vector<Row>& rows)
@@ -34,23 +69,28 @@ void PrintRows(const std::vector<Row>& rows)
     for (const Row& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
         for (size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::max(widths[i], Width(Printable(row[i].text)));
         }
     }
+    std::string lines;
     for (const Row& row : rows) {
-        std::string line;
         for (size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
+            const std::string text = Printable(row[i].text);
+            if (row[i].colour != 0 && WithColours()) {
+                lines += "\033[" + std::to_string(row[i].colour) + "m" + text + "\033[0m";
+            } else {
+                lines += text;
+            }
             if (i + 1 < row.size()) {
-                line.append(OnTerminal() ? widths[i] - row[i].size() + 2 : 1, ' ');
+                lines.append(OnTerminal() ? widths[i] - Width(text) + 2 : 1, ' ');
             }
         }
-        std::cout << line << '\n';
+        lines += '\n';
     }
-    std::cout.flush();
+    PrintText(lines);
 }
 
-void Print(bool asJson, const json& data, const std::vector<Row>& rows)
+void Print(const json& data, const std::vector<Row>& rows)
 {
     if (asJson) {
         PrintJson(data);
@@ -59,15 +99,19 @@ void Print(bool asJson, const json& data, const std::vector<Row>& rows)
     }
 }
 
-int Report(const Failure& failure, bool asJson, json data)
+void Report(const Failure& failure)
 {
-    std::cerr << "zavctl: " << failure.what() << std::endl;
+    std::cerr << "zavctl: " << Printable(failure.what()) << std::endl;
     if (asJson) {
-        data["error"] = {
-            {"cause", failure.Key()}, {"message", failure.what()}, {"exit", failure.ExitCode()}};
-        PrintJson(data);
+        json data = failure.data;
+        data["error"] = {{"cause", failure.Row().key},
+                         {"message", failure.what()},
+                         {"exit", failure.ExitCode()}};
+        try {
+            PrintJson(data);
+        } catch (const Failure&) { // told already, or the lesser of two
+        }
     }
-    return failure.ExitCode();
 }
 
 } // namespace cli

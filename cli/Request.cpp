@@ -1,155 +1,206 @@
 // SPDX-License-Identifier: MIT
 #include "Request.h"
 
+#include "Output.h"
 #include "ZAVServiceAPI.h"
 #include "dlog.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <iostream>
+#include <mutex>
+#include <optional>
 
 namespace cli
 {
 
-std::vector<std::string> logged;
+thread_local std::vector<Line> logged;
 bool showLog = false;
 
 namespace
 {
 
-constexpr gint64 kCallTimeout = gint64{5} * G_USEC_PER_SEC; // the library's, for one call
-
-Cause CauseOf(const GError* error, Cause otherwise)
+Cause CauseOf(const GError* error)
 {
     static constexpr struct
     {
         GQuark (*domain)();
-        int code;
+        int first;
+        int last;
         Cause cause;
     } causes[] = {
-        {g_dbus_error_quark, G_DBUS_ERROR_SERVICE_UNKNOWN, Cause::notRunning},
-        {g_dbus_error_quark, G_DBUS_ERROR_NAME_HAS_NO_OWNER, Cause::notRunning},
-        {g_dbus_error_quark, G_DBUS_ERROR_ACCESS_DENIED, Cause::denied},
-        {g_io_error_quark, G_IO_ERROR_PERMISSION_DENIED, Cause::denied},
-        {g_dbus_error_quark, G_DBUS_ERROR_NO_REPLY, Cause::noAnswer},
-        {g_io_error_quark, G_IO_ERROR_TIMED_OUT, Cause::noAnswer},
-        {g_io_error_quark, G_IO_ERROR_CLOSED, Cause::noBus},
+        {g_dbus_error_quark, G_DBUS_ERROR_SERVICE_UNKNOWN, G_DBUS_ERROR_NAME_HAS_NO_OWNER,
+         Cause::notRunning},
+        {g_dbus_error_quark, G_DBUS_ERROR_NO_REPLY, G_DBUS_ERROR_NO_REPLY, Cause::noAnswer},
+        {g_dbus_error_quark, G_DBUS_ERROR_ACCESS_DENIED, G_DBUS_ERROR_ACCESS_DENIED, Cause::denied},
+        {g_dbus_error_quark, G_DBUS_ERROR_TIMED_OUT, G_DBUS_ERROR_TIMED_OUT, Cause::notStarted},
+        {g_dbus_error_quark, G_DBUS_ERROR_SPAWN_EXEC_FAILED, G_DBUS_ERROR_SPAWN_NO_MEMORY,
+         Cause::notStarted},
+        {g_io_error_quark, G_IO_ERROR_PERMISSION_DENIED, G_IO_ERROR_PERMISSION_DENIED,
+         Cause::denied},
+        {g_io_error_quark, G_IO_ERROR_CLOSED, G_IO_ERROR_CLOSED, Cause::noBus},
     };
-    const auto* found = std::ranges::find_if(causes, [error](const auto& row) {
-        return g_error_matches(error, row.domain(), row.code) != FALSE;
-    });
-    return found == std::end(causes) ? otherwise : found->cause;
-}
-
-Failure FailureOf(GError* error, Cause otherwise)
-{
-    const Cause cause = CauseOf(error, otherwise);
-    g_dbus_error_strip_remote_error(error);
-    switch (cause) {
-    case Cause::notRunning:
-        return {cause, "ZAVService is not running"};
-    case Cause::denied:
-        return {cause, std::string("the bus denies access: ") + error->message};
-    case Cause::noBus:
-        return {cause, std::string("no system bus: ") + error->message};
-    case Cause::noAnswer:
-        return {cause, std::string("no answer in time: ") + error->message};
-    default:
-        return {cause, error->message};
-    }
-}
-
-/** The rest of the first line of the log that has the text; nullopt when none has it. */
-std::optional<std::string> AfterLogged(const std::string& text)
-{
-    for (const std::string& line : logged) {
-        const size_t place = line.find(text);
-        if (place != std::string::npos) {
-            return line.substr(place + text.size());
+    for (const auto& [domain, first, last, cause] : causes) {
+        if (error->domain == domain() && error->code >= first && error->code <= last) {
+            return cause;
         }
     }
-    return std::nullopt;
+    return Cause::refused;
 }
 
-/** The log has the same line for a time-out, an error and a service that is not there. */
-void ThrowUnanswered(gint64 elapsed)
+Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
 {
-    if (elapsed >= kCallTimeout) {
-        throw Failure(Cause::noAnswer, "ZAVService did not answer in time");
+    const Cause cause = known.value_or(CauseOf(error));
+    g_autofree char* name = g_dbus_error_get_remote_error(error);
+    g_dbus_error_strip_remote_error(error);
+    if (cause == Cause::notRunning) {
+        return Failure::For(cause);
     }
-    CallBus(kService, kPath, "org.freedesktop.DBus.Peer", "Ping", nullptr);
-    throw Failure(Cause::refused, "ZAVService refused the request: it answered with an error");
+    const bool named = cause == Cause::refused && name != nullptr;
+    return Failure::For(cause, (named ? std::string(name) + ": " : "") + error->message);
+}
+
+/** The library's last call on the bus; it hands on no error that comes back. */
+struct
+{
+    std::mutex mutex;
+    guint32 serial = 0;
+    std::optional<Failure> failure;
+} lastCall;
+
+/** Sees every message of the connection, on GIO's own thread. */
+GDBusMessage* Watch(GDBusConnection* /*bus*/, GDBusMessage* message, gboolean incoming,
+                    gpointer /*user*/)
+{
+    const std::lock_guard lock(lastCall.mutex);
+    const GDBusMessageType type = g_dbus_message_get_message_type(message);
+    const bool ofLibrary = g_strcmp0(g_dbus_message_get_interface(message), kService) == 0 ||
+                           g_strcmp0(g_dbus_message_get_member(message), "StartServiceByName") == 0;
+    if (incoming == FALSE && type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && ofLibrary) {
+        lastCall.serial = g_dbus_message_get_serial(message);
+        lastCall.failure.reset();
+    } else if (incoming != FALSE && type == G_DBUS_MESSAGE_TYPE_ERROR &&
+               g_dbus_message_get_reply_serial(message) == lastCall.serial) {
+        g_autoptr(GError) error = nullptr;
+        g_dbus_message_to_gerror(message, &error);
+        // Only the bus speaks of the bus: a service that answers "AccessDenied" has refused.
+        const bool fromBus = g_strcmp0(g_dbus_message_get_sender(message), kBusService) == 0;
+        lastCall.failure = fromBus ? FailureOf(error) : FailureOf(error, Cause::refused);
+    }
+    return message;
+}
+
+/** If the last call brought one. */
+void ThrowLastFailure()
+{
+    const std::lock_guard lock(lastCall.mutex);
+    if (lastCall.failure) {
+        throw *lastCall.failure;
+    }
+}
+
+GDBusConnection* OpenBus()
+{
+    g_autoptr(GError) error = nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (bus == nullptr) {
+        throw FailureOf(error, Cause::noBus);
+    }
+    // Left to itself, GIO ends a process that loses the bus by SIGTERM, and without a word.
+    g_dbus_connection_set_exit_on_close(bus, FALSE);
+    g_dbus_connection_add_filter(bus, Watch, nullptr, nullptr);
+    return bus;
+}
+
+const Line* Find(Step step)
+{
+    const auto found = std::ranges::find(logged, step, &Line::step);
+    return found == logged.end() ? nullptr : &*found;
+}
+
+bool ConnectLibrary()
+{
+    if (ZAVServiceAPI::InitDbusConnection() != 0) {
+        ThrowLastFailure();
+        const Line* line = Find(Step::notConnected);
+        throw Failure::For(Cause::noBus, line == nullptr ? "the library says no more" : line->text);
+    }
+    return true;
 }
 
 } // namespace
 
 GDBusConnection* Bus()
 {
-    static GDBusConnection* bus = nullptr;
-    if (bus == nullptr) {
-        g_autoptr(GError) error = nullptr;
-        bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
-        if (bus == nullptr) {
-            throw FailureOf(error, Cause::noBus);
-        }
-        // Left to itself, GIO ends a process that loses the bus by SIGTERM, and without a word.
-        g_dbus_connection_set_exit_on_close(bus, FALSE);
-    }
+    static GDBusConnection* const bus = Await("the system bus", OpenBus);
     return bus;
 }
 
 void Connect()
 {
     Bus();
-    if (ZAVServiceAPI::InitDbusConnection() != 0) {
-        throw Failure(Cause::noBus, "the library cannot connect: " +
-                                        AfterLogged("failed: ").value_or("no reason given"));
-    }
+    [[maybe_unused]] static const bool once = Await("ZAVService", ConnectLibrary);
 }
 
-std::optional<int> Request(const std::function<void()>& call)
+int EndOfRequest(Step proof)
 {
-    Connect();
-    logged.clear();
-    const gint64 start = g_get_monotonic_time();
-    call();
-    if (AfterLogged("API is busy. give up")) {
-        throw Failure(Cause::busy, "other requests keep the connection to ZAVService busy");
+    if (Find(Step::gaveUp) != nullptr) {
+        throw Failure::For(Cause::busy);
     }
-    if (AfterLogged("packet received from ZAVService is NULL")) {
-        ThrowUnanswered(g_get_monotonic_time() - start);
+    if (Find(Step::noAnswer) != nullptr) {
+        ThrowLastFailure();
+        if (g_dbus_connection_is_closed(Bus()) != FALSE) {
+            throw Failure::For(Cause::noBus, "it has gone");
+        }
+        throw Failure(Cause::noAnswer, "ZAVService did not answer within 5 s");
     }
-    const auto number = AfterLogged("IntDataReceived: ");
-    return number ? std::optional(std::atoi(number->c_str())) : std::nullopt;
-}
-
-void Deliver()
-{
-    // The bus keeps the order: who answers this has received what was sent before.
-    CallBus(kService, kPath, "org.freedesktop.DBus.Peer", "Ping", nullptr);
+    if (Find(proof) == nullptr) {
+        throw Failure(Cause::failed, "the library's log does not say what became of the request: "
+                                     "library and zavctl do not fit together");
+    }
+    int number = 0;
+    if (const Line* answer = Find(Step::answered)) {
+        std::sscanf(answer->text.c_str(), "IntDataReceived: %d", &number);
+    }
+    return number;
 }
 
 Variant CallBus(const char* service, const char* path, const char* interface, const char* method,
-                GVariant* arguments, int milliseconds)
+                GVariant* arguments)
 {
-    g_autoptr(GVariant) held = arguments == nullptr ? nullptr : g_variant_ref_sink(arguments);
-    g_autoptr(GError) error = nullptr;
-    GVariant* reply =
-        g_dbus_connection_call_sync(Bus(), service, path, interface, method, held, nullptr,
-                                    G_DBUS_CALL_FLAGS_NO_AUTO_START, milliseconds, nullptr, &error);
-    if (reply == nullptr) {
-        throw FailureOf(error, Cause::refused);
+    const Variant held(arguments == nullptr ? nullptr : g_variant_ref_sink(arguments),
+                       [](GVariant* value) { g_clear_pointer(&value, g_variant_unref); });
+    const std::string whom = strcmp(service, kBusService) == 0 ? "the system bus" : "ZAVService";
+    return Await(whom, [=, bus = Bus()] {
+        g_autoptr(GError) error = nullptr;
+        GVariant* reply =
+            g_dbus_connection_call_sync(bus, service, path, interface, method, held.get(), nullptr,
+                                        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error);
+        if (reply == nullptr) {
+            throw FailureOf(error);
+        }
+        return Variant(reply, g_variant_unref);
+    });
+}
+
+void Touch()
+{
+    try {
+        CallBus(kService, kPath, kService, "IsZAVReady");
+    } catch (const Failure& failure) {
+        if (failure.cause != Cause::refused) { // which is an answer, too
+            throw;
+        }
     }
-    return {reply, g_variant_unref};
 }
 
 } // namespace cli
 
 /**
- * In front of the platform's own, so that the cause of a failure can be read in it. That one gets
- * the line too when its user has said where to.
+ * In front of the platform's own, so that the end of a request can be read in it. That one gets the
+ * line too when its user has said where to.
  */
 int __dlog_print(int log_id, int priority, const char* tag, const char* format, ...)
 {
@@ -158,9 +209,11 @@ int __dlog_print(int log_id, int priority, const char* tag, const char* format, 
     g_autofree char* text = g_strdup_vprintf(format, arguments);
     va_end(arguments);
 
-    cli::logged.emplace_back(text);
+    g_autofree char* line = g_strchomp(g_strdup(text));
+    const char* message = strstr(line, "> ");
+    cli::logged.push_back({cli::StepOf(format), message == nullptr ? line : message + 2});
     if (cli::showLog) {
-        std::cerr << (priority == DLOG_ERROR ? "E " : "I ") << g_strchomp(text) << '\n';
+        std::cerr << (priority == DLOG_ERROR ? "E " : "I ") << cli::Printable(line) << '\n';
     }
     static const auto platforms =
         reinterpret_cast<decltype(&__dlog_print)>(dlsym(RTLD_NEXT, "__dlog_print"));

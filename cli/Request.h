@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file Request.h
- * Requests through the library, with the cause of a failure. The library's results do not tell it;
- * its log does in part, and the bus knows the rest.
+ * Requests through the library, and what became of them. The library's results do not tell it: its
+ * log does, and the answers on the bus.
  */
 #ifndef CLI_REQUEST_H
 #define CLI_REQUEST_H
 
+#include "Await.h"
 #include "Failure.h"
+#include "Steps.h"
 
-#include <functional>
 #include <gio/gio.h>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,11 +25,17 @@ inline constexpr const char* kBusService = "org.freedesktop.DBus";
 
 using Variant = std::shared_ptr<GVariant>;
 
-/** What the library has logged since the last request began: "GetMode: Returned from ...". */
-extern std::vector<std::string> logged;
+/** A line of the library's log, without its prefix. */
+struct Line
+{
+    Step step;
+    std::string text;
+};
 
-/** Whether the log goes to standard error as well. */
-extern bool showLog;
+/** What the library has logged on this thread. */
+extern thread_local std::vector<Line> logged;
+
+extern bool showLog; ///< --log: on standard error as well
 
 /** The system bus, which the library shares. @throws Failure */
 GDBusConnection* Bus();
@@ -38,15 +44,34 @@ GDBusConnection* Bus();
 void Connect();
 
 /**
- * Makes one request, connected.
- * @param call calls one operation of the library
- * @return the number that the service answered, as logged, if it was one
- * @throws Failure when the request ended in its default
+ * Looks for the end of the request that this thread has made.
+ * @param proof the step that shows that it was carried out
+ * @return the number that the service answered, as logged; 0 without one
+ * @throws Failure when it failed, or when the log does not say
  */
-std::optional<int> Request(const std::function<void()>& call);
+int EndOfRequest(Step proof);
 
-/** After a request whose reply nobody waits for: delivers it. @throws Failure if to nobody */
-void Deliver();
+/** What an operation of the library returned, and the number behind it. */
+template <class T>
+struct Answer
+{
+    T result;
+    int number;
+};
+
+/**
+ * Makes one request, connected.
+ * @param call calls one operation of the library; may outlive its caller, see Await()
+ */
+template <class Call>
+auto Request(Call call, Step proof = Step::answered)
+{
+    Connect();
+    return Await("ZAVService", [call, proof]() mutable {
+        auto result = call();
+        return Answer<decltype(result)>{std::move(result), EndOfRequest(proof)};
+    });
+}
 
 /**
  * A method call past the library; never starts a service.
@@ -54,7 +79,10 @@ void Deliver();
  * @throws Failure for what became of it
  */
 Variant CallBus(const char* service, const char* path, const char* interface, const char* method,
-                GVariant* arguments, int milliseconds = 5000);
+                GVariant* arguments = nullptr);
+
+/** A harmless call of the service's interface, by which access is proved. @throws Failure */
+void Touch();
 
 } // namespace cli
 

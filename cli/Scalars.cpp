@@ -6,10 +6,12 @@
 #include "ZAVServiceAPI.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
 #include <iomanip>
-#include <map>
-#include <numeric>
+#include <optional>
 #include <sstream>
 
 namespace cli
@@ -71,54 +73,50 @@ constexpr Scalar scalars[] = {
     {"pre-trial", Kind::number, "pre-trial", nullptr, Api::RequestPreTrial},
 };
 
-/** From AUDIO_EFFECT_STANDARD on. */
-constexpr const char* modeNames[] = {
-    "STANDARD",
-    "MUSIC",
-    "CLEAR_VOICE",
-    "SPORTS",
-    "MOVIE",
-    "NIGHT",
-    "SURROUND",
-    "SMART",
-    "GAME",
-    "ADAPTIVE",
-    "DTS_VIRTUAL_X",
-    "BASS_BOOST",
-    "ADAPTIVE_SOUND_PLUS",
-    "UNLABELLED_1",
-    "UNLABELLED_2",
-    "SOUNDBAR_1",
-    "SOUNDBAR_2",
+#define MODE(name)                                                                                 \
+    {                                                                                              \
+        AUDIO_EFFECT_##name, #name                                                                 \
+    }
+
+constexpr struct
+{
+    int mode;
+    const char* name;
+} modes[] = {
+    MODE(STANDARD),
+    MODE(MUSIC),
+    MODE(CLEAR_VOICE),
+    MODE(SPORTS),
+    MODE(MOVIE),
+    MODE(NIGHT),
+    MODE(SURROUND),
+    MODE(SMART),
+    MODE(GAME),
+    MODE(ADAPTIVE),
+    MODE(DTS_VIRTUAL_X),
+    MODE(BASS_BOOST),
+    MODE(ADAPTIVE_SOUND_PLUS),
+    MODE(UNLABELLED_1),
+    MODE(UNLABELLED_2),
+    MODE(SOUNDBAR_1),
+    MODE(SOUNDBAR_2),
 };
 
-/** How many letters to insert, remove or replace to get from one to the beginning of the other. */
-size_t Distance(const std::string& from, const std::string& to)
+std::string Listed(const std::vector<std::string>& names)
 {
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), 0);
-    for (size_t i = 0; i < from.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i + 1);
-        for (size_t j = 0; j < to.size(); ++j) {
-            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
-        }
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : ", ") + name;
     }
-    return *std::ranges::min_element(row);
+    return text;
 }
 
-std::string Nearest(const std::string& name, std::vector<std::string> names)
-{
-    std::ranges::stable_sort(names, {}, [&name](const auto& one) { return Distance(name, one); });
-    return names.at(0) + ", " + names.at(1) + ", " + names.at(2);
-}
-
-const Scalar& Find(const std::string& name, const std::vector<std::string>& allowed)
+const Scalar& Find(const std::string& name, const std::vector<std::string>& allowed,
+                   const char* what)
 {
     if (std::ranges::find(allowed, name) == allowed.end()) {
-        throw Failure(Cause::usage, "there is no value '" + name + "' for this; the nearest are " +
-                                        Nearest(name, allowed));
+        throw Failure(Cause::usage,
+                      "'" + name + "' cannot be " + what + "; these can: " + Listed(allowed));
     }
     return *std::ranges::find(scalars, name,
                               [](const Scalar& row) { return std::string(row.name); });
@@ -135,21 +133,18 @@ std::vector<std::string> Names(bool (*wanted)(const Scalar&))
     return names;
 }
 
-int ParseInt(const std::string& text)
+int ParseNumber(const std::string& text)
 {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        throw Failure(Cause::usage, "'" + text + "' is not a number of 32 bits");
+    const std::string wrong = CheckNumber(text);
+    if (!wrong.empty()) {
+        throw Failure(Cause::usage, wrong);
     }
-    return value;
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 0));
 }
 
 int Ask(const Scalar& scalar)
 {
-    int value = 0;
-    Request([&] { value = scalar.get(); });
-    return value;
+    return Request([get = scalar.get] { return get(); }).result;
 }
 
 std::string Text(const Scalar& scalar, int value)
@@ -177,12 +172,140 @@ void Add(json& data, const Scalar& scalar, int value)
     }
 }
 
+Action Get(CLI::App& verb)
+{
+    const auto name = std::make_shared<std::string>();
+    verb.add_option("NAME", *name, "Which value")->required()->type_name("READABLE");
+    verb.footer(ScalarHelp());
+    return [name] {
+        const Scalar& scalar = Find(*name, ReadableNames({}), "read");
+        const int value = Ask(scalar);
+        json data;
+        Add(data, scalar, value);
+        Print(data, {{Text(scalar, value)}});
+    };
+}
+
+Action Set(CLI::App& verb)
+{
+    struct Given
+    {
+        std::string name, value;
+    };
+    const auto given = std::make_shared<Given>();
+    verb.add_option("NAME", given->name, "Which value")->required()->type_name("SETTABLE");
+    verb.add_option("VALUE", given->value, "What to")->required()->type_name("SETTING");
+    verb.footer(ScalarHelp());
+    return [given] {
+        const Scalar& scalar = Find(given->name, SettableNames({}), "set");
+        const int value =
+            scalar.kind == Kind::mode ? ParseMode(given->value) : ParseNumber(given->value);
+        const int result = Request([set = scalar.set, value] { return set(value); }).result;
+        if (result < 0) {
+            throw Failure::For(Cause::refused, given->name + " " + given->value + " (result " +
+                                                   std::to_string(result) + ")");
+        }
+        json data;
+        Add(data, scalar, value);
+        data["result"] = result;
+        Print(data, {});
+    };
+}
+
+Action Status(CLI::App& /*verb*/)
+{
+    return [] {
+        json data;
+        std::vector<Row> rows;
+        std::optional<Failure> failure; // of a value; the others are shown none the less
+        for (const Scalar& scalar : scalars) {
+            if (scalar.get == nullptr) {
+                continue;
+            }
+            data[scalar.name] = nullptr;
+            rows.push_back({scalar.name, "-"});
+            try {
+                const int value = Ask(scalar);
+                Add(data, scalar, value);
+                rows.back()[1].text = Text(scalar, value);
+            } catch (const Failure& thrown) {
+                failure = thrown;
+                // Only a value that was refused or late by itself says nothing of the next.
+                if (abandoned ||
+                    (thrown.cause != Cause::refused && thrown.cause != Cause::noAnswer)) {
+                    break;
+                }
+            }
+        }
+        if (!failure) {
+            return Print(data, rows);
+        }
+        if (!asJson) {
+            PrintRows(rows);
+        }
+        throw Failure(failure->cause, failure->what(), data);
+    };
+}
+
+Action Modes(CLI::App& verb)
+{
+    const auto sids = std::make_shared<bool>(false);
+    verb.add_flag("--sid", *sids, "With the identifiers of their display strings");
+    return [sids] {
+        const auto offered = Request([] {
+            std::list<AudioEffect> list;
+            Api::GetModeList(&list);
+            return list;
+        });
+        json list = json::array();
+        std::vector<Row> rows;
+        for (const AudioEffect mode : offered.result) {
+            rows.push_back({std::to_string(mode), ModeName(mode)});
+            list.push_back({{"mode", static_cast<int>(mode)}, {"mode-name", ModeName(mode)}});
+            if (*sids) {
+                std::list<AudioEffect> one{mode};
+                std::list<std::string> sid;
+                Api::popSIDList(&sid, &one); // one by one: a mode without one adds none
+                rows.back().emplace_back(sid.empty() ? "-" : sid.front());
+                list.back()["sid"] = sid.empty() ? json() : json(sid.front());
+            }
+        }
+        Print({{"modes", list}}, rows);
+    };
+}
+
 } // namespace
+
+const Verbs scalarVerbs = {
+    {"get", "Show one value", Get},
+    {"set", "Set one value", Set},
+    {"status", "Show all values", Status},
+    {"modes", "List the sound modes that the service offers", Modes},
+};
+
+std::string CheckNumber(const std::string& text)
+{
+    errno = 0;
+    char* end = nullptr;
+    const long long value = std::strtoll(text.c_str(), &end, 0);
+    const bool whole = !text.empty() && *end == '\0' && errno == 0;
+    return whole && value >= INT_MIN && value <= INT_MAX
+               ? ""
+               : "'" + text + "' is not a whole number of 32 bits";
+}
+
+std::string CheckSeconds(const std::string& text)
+{
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    const bool number = !text.empty() && *end == '\0' && std::isfinite(value) && value >= 0;
+    return number ? "" : "'" + text + "' is not a number of seconds";
+}
 
 std::string ModeName(int mode)
 {
-    const int index = mode - AUDIO_EFFECT_STANDARD;
-    return index >= 0 && index < std::ssize(modeNames) ? modeNames[index] : "";
+    const auto* found = std::ranges::find(modes, mode, [](const auto& row) { return row.mode; });
+    return found == std::end(modes) ? "" : found->name;
 }
 
 std::string ModeText(int mode)
@@ -198,30 +321,39 @@ int ParseMode(const std::string& text)
         return c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     });
     const auto* found =
-        std::ranges::find(modeNames, name, [](const char* one) { return std::string(one); });
-    if (found != std::end(modeNames)) {
-        return static_cast<int>(found - modeNames) + AUDIO_EFFECT_STANDARD;
+        std::ranges::find(modes, name, [](const auto& row) { return std::string(row.name); });
+    if (found != std::end(modes)) {
+        return found->mode;
     }
-    if (std::ranges::any_of(text, [](unsigned char c) { return std::isalpha(c); })) {
-        throw Failure(Cause::usage, "there is no mode '" + text + "'; the nearest are " +
-                                        Nearest(name, ModeNames()));
+    if (!CheckNumber(text).empty()) {
+        throw Failure(Cause::usage, "there is no mode '" + text + "'; it is a number, or one of " +
+                                        Listed(ModeNames({})));
     }
-    return ParseInt(text);
+    return ParseNumber(text);
 }
 
-std::vector<std::string> GetterNames()
+std::vector<std::string> ReadableNames(const std::vector<std::string>& /*before*/)
 {
     return Names([](const Scalar& scalar) { return scalar.get != nullptr; });
 }
 
-std::vector<std::string> SetterNames()
+std::vector<std::string> SettableNames(const std::vector<std::string>& /*before*/)
 {
     return Names([](const Scalar& scalar) { return scalar.set != nullptr; });
 }
 
-std::vector<std::string> ModeNames()
+std::vector<std::string> ModeNames(const std::vector<std::string>& /*before*/)
 {
-    return {std::begin(modeNames), std::end(modeNames)};
+    std::vector<std::string> names;
+    for (const auto& row : modes) {
+        names.emplace_back(row.name);
+    }
+    return names;
+}
+
+std::vector<std::string> SettingsOf(const std::vector<std::string>& before)
+{
+    return before.back() == "mode" ? ModeNames({}) : std::vector<std::string>();
 }
 
 std::string ScalarHelp()
@@ -234,84 +366,6 @@ std::string ScalarHelp()
              << scalar.help << '\n';
     }
     return help.str();
-}
-
-int Get(const Options& options)
-{
-    const Scalar scalar = Find(options.name, GetterNames());
-    const int value = Ask(scalar);
-    json data;
-    Add(data, scalar, value);
-    Print(options.json, data, {{Text(scalar, value)}});
-    return 0;
-}
-
-int Set(const Options& options)
-{
-    const Scalar scalar = Find(options.name, SetterNames());
-    const int value =
-        scalar.kind == Kind::mode ? ParseMode(options.value) : ParseInt(options.value);
-    int result = 0;
-    Request([&] { result = scalar.set(value); });
-    if (result < 0) {
-        throw Failure(Cause::refused, "ZAVService refused " + options.name + " " + options.value +
-                                          " (result " + std::to_string(result) + ")");
-    }
-    json data;
-    Add(data, scalar, value);
-    data["result"] = result;
-    Print(options.json, data, {});
-    return 0;
-}
-
-int Status(const Options& options)
-{
-    json data;
-    std::vector<Row> rows;
-    std::optional<Failure> refused; // one value is; the others are shown none the less
-    for (const Scalar& scalar : scalars) {
-        if (scalar.get == nullptr) {
-            continue;
-        }
-        try {
-            const int value = Ask(scalar);
-            Add(data, scalar, value);
-            rows.push_back({scalar.name, Text(scalar, value)});
-        } catch (const Failure& failure) {
-            if (failure.cause != Cause::refused) {
-                throw;
-            }
-            refused = failure;
-            data[scalar.name] = nullptr;
-            rows.push_back({scalar.name, "-"});
-        }
-    }
-    if (refused && options.json) {
-        return Report(*refused, true, data);
-    }
-    Print(options.json, data, rows);
-    return refused ? Report(*refused, false) : 0;
-}
-
-int Modes(const Options& options)
-{
-    std::list<AudioEffect> modes;
-    Request([&] { Api::GetModeList(&modes); });
-    json list = json::array();
-    std::vector<Row> rows;
-    for (const AudioEffect mode : modes) {
-        rows.push_back({std::to_string(mode), ModeName(mode)});
-        list.push_back({{"mode", static_cast<int>(mode)}, {"mode-name", ModeName(mode)}});
-        if (options.flag) {
-            std::list<AudioEffect> one{mode};
-            std::list<std::string> sid;
-            Api::popSIDList(&sid, &one); // one by one: a mode without one adds none
-            rows.back().push_back(sid.empty() ? "-" : sid.front());
-            list.back()["sid"] = sid.empty() ? json() : json(sid.front());
-        }
-    }
-    Print(options.json, {{"modes", list}}, rows);
-    return 0;
 }
 
 } // namespace cli

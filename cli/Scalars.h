@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** @file Scalars.h The values that can be read and set by name. */
+/** @file Scalars.h The values that can be read and set by name, and the names of the modes. */
 #ifndef CLI_SCALARS_H
 #define CLI_SCALARS_H
 
@@ -18,10 +18,11 @@ std::string ModeName(int mode);
 /** A mode by its number or, in any case, by its name. @throws Failure */
 int ParseMode(const std::string& text);
 
-/** The names for `get` and for `set`, and the modes' for `set mode`. */
-std::vector<std::string> GetterNames();
-std::vector<std::string> SetterNames();
-std::vector<std::string> ModeNames();
+/** For completion: the names for `get` and for `set`, and what may follow `set NAME`. */
+std::vector<std::string> ReadableNames(const std::vector<std::string>& before);
+std::vector<std::string> SettableNames(const std::vector<std::string>& before);
+std::vector<std::string> ModeNames(const std::vector<std::string>& before);
+std::vector<std::string> SettingsOf(const std::vector<std::string>& before);
 
 /** The table of the values, for --help. */
 std::string ScalarHelp();

@@ -7,8 +7,13 @@
 #include "ZAVServiceAPI.h"
 
 #include <algorithm>
+#include <climits>
+#include <csignal>
 #include <cstring>
 #include <glib-unix.h>
+#include <optional>
+#include <string_view>
+#include <unistd.h>
 
 namespace cli
 {
@@ -18,24 +23,24 @@ namespace
 
 using Api = ZAVServiceAPI;
 
-/** Where the events of one `zavctl monitor` go; some callbacks know no user data. */
+/** Of one `zavctl monitor`; some callbacks know no user data. */
 struct
 {
-    bool json;
-    int count;
-    bool ended;
+    int count = 0; // of events that are still wanted; none or less for any number
+    bool ended = false;
+    std::optional<Failure> failure = {}; // of a callback, which must not throw
 } monitor;
 
 void Show(const char* event, const json& data, const Row& words)
 {
-    if (monitor.json) {
-        json line{{"event", event}};
-        line.update(data);
-        PrintJson(line);
-    } else {
-        Row row{event};
-        row.insert(row.end(), words.begin(), words.end());
-        PrintRows({row});
+    json line{{"event", event}};
+    line.update(data);
+    Row row{event};
+    row.insert(row.end(), words.begin(), words.end());
+    try {
+        Print(line, {row});
+    } catch (const Failure& thrown) {
+        monitor.failure = thrown;
     }
 }
 
@@ -51,7 +56,7 @@ Row Hex(const unsigned char* bytes, size_t count)
     Row words;
     for (size_t i = 0; i < count; ++i) {
         g_autofree char* text = g_strdup_printf("%02x", bytes[i]);
-        words.emplace_back(text);
+        words.emplace_back(std::string(text));
     }
     return words;
 }
@@ -74,8 +79,7 @@ void OnNoDevice()
 void OnSpdif(const void* data, void* /*user*/)
 {
     // How many bytes there are is not told; the library has logged each.
-    const auto count = static_cast<size_t>(std::ranges::count_if(
-        logged, [](const std::string& line) { return line.find("> data[") != std::string::npos; }));
+    const auto count = static_cast<size_t>(std::ranges::count(logged, Step::byte, &Line::step));
     const auto* bytes = static_cast<const unsigned char*>(data);
     ShowEvent("spdif", {{"data", Numbers(bytes, count)}}, Hex(bytes, count));
     logged.clear();
@@ -89,8 +93,7 @@ void OnMode(int mode, void* /*user*/)
 
 void OnTunnelStatus(int connected, char* text, void* /*user*/)
 {
-    constexpr size_t length = 18;
-    const std::string shown(text, strnlen(text, length));
+    const std::string shown(text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT));
     ShowEvent("tunnel-status", {{"connected", connected != 0}, {"text", shown}},
               {connected != 0 ? "connected" : "disconnected", shown});
 }
@@ -111,67 +114,31 @@ void OnManagedEvent(int event, void* data, int length)
     ShowEvent("managed", {{"number", event}, {"data", Numbers(bytes, count)}}, words);
 }
 
-void Listen(const Options& options)
+void Listen(int id)
 {
     Api::SignalSubscribe(OnDevice);
     Api::DisconnectSignalSubscribe(OnNoDevice);
     Api::SetSendDataToSpkViaSPDIFcb(OnSpdif, nullptr);
     Api::ExtSpkSetSoundModeChangedCb(OnMode, nullptr);
-    Api::SetDataReceivedFromCommonTunnelExternalcb(
-        static_cast<commonTunnel_external_id_e>(options.id), OnTunnelStatus, OnTunnelData,
-        &monitor);
-    Api::SubscribeZAVCSharpCallback(OnManagedEvent);
-}
-
-gboolean SetFlag(gpointer flag)
-{
-    *static_cast<bool*>(flag) = true;
-    return G_SOURCE_CONTINUE;
-}
-
-gboolean WakeUp(gpointer /*data*/)
-{
-    return G_SOURCE_CONTINUE;
-}
-
-/** Dispatches what comes next. @throws Failure when nothing can come any more */
-void Iterate()
-{
-    g_main_context_iteration(nullptr, TRUE);
-    if (g_dbus_connection_is_closed(Bus()) != FALSE) {
-        throw Failure(Cause::noBus, "the system bus has gone");
+    Api::SetDataReceivedFromCommonTunnelExternalcb(static_cast<commonTunnel_external_id_e>(id),
+                                                   OnTunnelStatus, OnTunnelData, &monitor);
+    if (!Api::SubscribeZAVCSharpCallback(OnManagedEvent)) {
+        throw Failure::For(Cause::busy);
     }
 }
 
-guint Milliseconds(double seconds)
+/** The library ends a process that gets more than it has room for; this tells what happened. */
+void OnAbort(int number)
 {
-    return static_cast<guint>(std::min(seconds * 1000, double{G_MAXINT}));
+    constexpr std::string_view words =
+        "zavctl: a signal of ZAVService has more data than the library has room for (44 bytes, 550 "
+        "of a managed event): it ends the process\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words.data(), words.size());
+    std::signal(number, SIG_DFL); // abort() goes on
 }
 
-/** Whether the service answers, now, that it is ready. */
-bool IsReady()
+void WatchService()
 {
-    int ready = 0;
-    try {
-        Request([&ready] { ready = Api::IsZAVReady(); });
-    } catch (const Failure& failure) {
-        if (failure.cause == Cause::noBus || failure.cause == Cause::denied) {
-            throw;
-        }
-    }
-    return ready > 0;
-}
-
-} // namespace
-
-int Monitor(const Options& options)
-{
-    monitor = {options.json, options.count, false};
-    bool late = false;
-    g_unix_signal_add(SIGINT, SetFlag, &monitor.ended);
-    g_unix_signal_add(SIGTERM, SetFlag, &monitor.ended);
-    Connect();
-    Listen(options);
     g_bus_watch_name_on_connection(
         Bus(), kService, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, gpointer) {
@@ -183,42 +150,111 @@ int Monitor(const Options& options)
             }
         },
         nullptr, nullptr);
-    if (options.seconds > 0) {
-        g_timeout_add(Milliseconds(options.seconds), SetFlag, &late);
-    }
-    while (!monitor.ended && !late) {
-        Iterate();
-        logged.clear(); // this may go on for long
-    }
-    if (options.count > 0 && monitor.count > 0 && late) {
-        throw Failure(Cause::noAnswer, "fewer events came in time than were asked for");
-    }
-    return 0;
 }
 
-int WaitForService(const Options& options)
+gboolean SetFlag(gpointer flag)
 {
-    bool owned = false;
-    bool late = false;
-    g_bus_watch_name_on_connection(
-        Bus(), kService, G_BUS_NAME_WATCHER_FLAGS_NONE,
-        [](GDBusConnection*, const char*, const char*, gpointer flag) {
-            *static_cast<bool*>(flag) = true;
-        },
-        [](GDBusConnection*, const char*, gpointer flag) { *static_cast<bool*>(flag) = false; },
-        &owned, nullptr);
-    g_timeout_add(Milliseconds(options.timeout), SetFlag, &late);
-    g_timeout_add(100, WakeUp, nullptr); // to ask again
-    // The library would start a service that is not there: it is asked only while there is one.
-    while (!owned || (options.flag && !IsReady())) {
-        if (late) {
-            throw owned ? Failure(Cause::noAnswer, "ZAVService was not ready in time")
-                        : Failure(Cause::notRunning, "ZAVService did not come up in time");
-        }
-        Iterate();
-    }
-    Print(options.json, {{"running", true}}, {});
-    return 0;
+    *static_cast<bool*>(flag) = true;
+    return G_SOURCE_CONTINUE;
 }
+
+Action Monitor(CLI::App& verb)
+{
+    struct Given
+    {
+        int count = 0;
+        double seconds = 0;
+        int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
+    };
+    const auto given = std::make_shared<Given>();
+    verb.add_option("--count", given->count, "End after so many events")
+        ->check(CLI::Range(1, INT_MAX));
+    verb.add_option("--for", given->seconds, "End after so many seconds")->check(CheckSeconds, "");
+    verb.add_option("--id", given->id, "The external device")->capture_default_str();
+    return [given] {
+        bool late = false;
+        if (given->seconds > 0) {
+            timeLimit = std::min(Limit(), given->seconds);
+            g_timeout_add(static_cast<guint>(std::min(given->seconds * 1000, double{G_MAXINT})),
+                          SetFlag, &late);
+        }
+        monitor.count = given->count;
+        Connect();
+        std::signal(SIGABRT, OnAbort);
+        g_unix_signal_add(SIGINT, SetFlag, &monitor.ended);
+        g_unix_signal_add(SIGTERM, SetFlag, &monitor.ended);
+        const auto readerGone = [](gint, GIOCondition, gpointer) -> gboolean {
+            return SetFlag(&monitor.ended);
+        };
+        g_unix_fd_add(STDOUT_FILENO, G_IO_ERR, readerGone, nullptr);
+        Listen(given->id);
+        WatchService();
+        while (!monitor.ended && !late && !monitor.failure) {
+            g_main_context_iteration(nullptr, TRUE);
+            if (g_dbus_connection_is_closed(Bus()) != FALSE) {
+                throw Failure::For(Cause::noBus, "it has gone");
+            }
+            logged.clear(); // this may go on for long
+        }
+        if (monitor.failure) {
+            throw *monitor.failure;
+        }
+        if (late && monitor.count > 0) {
+            throw Failure(Cause::noAnswer, "fewer events came in time than were asked for");
+        }
+    };
+}
+
+bool IsRunning()
+{
+    const Variant reply = CallBus(kBusService, "/org/freedesktop/DBus", kBusService, "NameHasOwner",
+                                  g_variant_new("(s)", kService));
+    gboolean owned = FALSE;
+    g_variant_get(reply.get(), "(b)", &owned);
+    return owned != FALSE;
+}
+
+/** Whether the service answers, now, that it is ready. */
+bool IsReady()
+{
+    try {
+        return Request([] { return Api::IsZAVReady(); }).result > 0;
+    } catch (const Failure& failure) {
+        if (abandoned || failure.cause == Cause::noBus || failure.cause == Cause::denied) {
+            throw;
+        }
+        return false;
+    }
+}
+
+Action WaitForService(CLI::App& verb)
+{
+    const auto ready = std::make_shared<bool>(false);
+    verb.add_flag("--ready", *ready, "Until it answers that it is ready, too");
+    verb.footer("Waits for 30 s unless --timeout says otherwise.");
+    return [ready] {
+        const double end = Now() + timeLimit.value_or(30);
+        const auto isThere = [ready, end](bool& running) {
+            timeLimit = std::max(end - Now(), 1.0); // also the last look takes a moment
+            running = IsRunning();
+            // The library would start a service that is not there.
+            return running && (!*ready || IsReady());
+        };
+        for (bool running = false; !isThere(running); g_usleep(G_USEC_PER_SEC / 10)) {
+            if (Now() >= end) {
+                throw running ? Failure(Cause::noAnswer, "ZAVService was not ready in time")
+                              : Failure(Cause::notRunning, "ZAVService did not come up in time");
+            }
+        }
+        Print({{"running", true}}, {});
+    };
+}
+
+} // namespace
+
+const Verbs watchingVerbs = {
+    {"monitor", "Print the service's events as they come", Monitor},
+    {"wait", "Wait for the service, without starting it", WaitForService},
+};
 
 } // namespace cli

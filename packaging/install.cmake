@@ -62,21 +62,14 @@ install(FILES docs/man/zavctl.1 docs/man/zav-sim.1
 install(FILES service/org.kelmar.tv.zav.Sim.xml
         DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT tools)
 
-# zavctl makes its completions from its own table of verbs; a cross build cannot always run it.
-if(NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR)
-    set(completions ${PROJECT_BINARY_DIR}/completions)
-    file(MAKE_DIRECTORY ${completions})
-    foreach(shell bash zsh)
-        add_custom_command(OUTPUT ${completions}/${shell}
-            COMMAND zavctl completion ${shell} > ${completions}/${shell}
-            VERBATIM)
-    endforeach()
-    add_custom_target(completions ALL DEPENDS ${completions}/bash ${completions}/zsh)
-    install(FILES ${completions}/bash RENAME zavctl
+foreach(program zavctl zav-sim) # bash and fish look for a file of the program's name
+    install(FILES cli/completion/bash RENAME ${program}
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
-    install(FILES ${completions}/zsh RENAME _zavctl
-            DESTINATION ${ZAV_ZSH_COMPLETIONS_DIR} COMPONENT tools)
-endif()
+    install(FILES cli/completion/fish RENAME ${program}.fish
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
+endforeach()
+install(FILES cli/completion/zsh RENAME _zavctl
+        DESTINATION ${ZAV_ZSH_COMPLETIONS_DIR} COMPONENT tools)
 
 # ---- standins: what was built for lack of the platform's own libraries
 

@@ -78,10 +78,10 @@ Words ValuesOf(const CLI::Option& option, const Words& before, const Values& val
     return words;
 }
 
-Words Candidates(const CLI::App& app, const Words& before, const std::string& last,
+Words Candidates(const CLI::App& program, const Words& before, const std::string& last,
                  const Values& values)
 {
-    const Place place = Follow(app, before);
+    const Place place = Follow(program, before);
     if (place.option != nullptr) {
         return ValuesOf(*place.option, before, values);
     }
@@ -96,9 +96,10 @@ Words Candidates(const CLI::App& app, const Words& before, const std::string& la
         }
     }
     if (words.empty()) {
-        for (const CLI::App* known = place.app; known != nullptr; known = known->get_parent()) {
-            for (const CLI::Option* option : known->get_options()) {
-                if (option->nonpositional()) {
+        for (const CLI::App* app = place.app; app != nullptr; app = app->get_parent()) {
+            for (const CLI::Option* option : app->get_options()) {
+                const bool known = std::ranges::find(words, option->get_name()) != words.end();
+                if (option->nonpositional() && !known) {
                     words.push_back(option->get_name());
                 }
             }

@@ -61,7 +61,7 @@ private:
     };
 
     /** What a test can want to look back on, in a service that may run for days. */
-    static constexpr size_t maxCalls = 10'000;
+    static constexpr size_t maxCalls = 1000;
 
     void Receive(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);

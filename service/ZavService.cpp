@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ZavService.h"
 
+#include "ZAVServiceTypes.h"
 #include "zav-interfaces.h"
 
 #include <algorithm>
@@ -27,8 +28,6 @@ constexpr Range equalizerLevels = {-10, 10};
 constexpr Range selections = {0, 7};
 constexpr Range offOn = {0, 1};
 constexpr int firstManagerMode = 100; // InitSpeakerManager's number for mode 0
-constexpr size_t maxBands = 100;
-constexpr size_t maxPayload = 40; // clients drop longer data, and end when it is much longer
 constexpr guint8 statusRequest = 's';
 constexpr size_t speakerRecordSize = 148;
 constexpr size_t connectTypeOffset = 34;
@@ -103,7 +102,7 @@ GVariant* SetEqualizerLevel(ZavService& service, GVariant* args)
     int count = 0;
     g_variant_get_child(args, 1, "i", &count);
     const auto levels = FirstArray<gint32>(args);
-    if (levels.size() <= maxBands && count == static_cast<int>(levels.size()) &&
+    if (levels.size() <= ZAV_MAX_LEVELS && count == static_cast<int>(levels.size()) &&
         std::ranges::all_of(levels, [](int level) { return equalizerLevels.Holds(level); })) {
         service.equalizer.assign(levels.begin(), levels.end());
     }
@@ -163,7 +162,7 @@ GVariant* SendTunnelData(ZavService& service, GVariant* args)
     const auto data = FirstArray<guint8>(args);
     if (data.size() == 1 && data[0] == statusRequest) {
         EmitTunnelData(service, status, id);
-    } else if (data.size() <= maxPayload) {
+    } else if (data.size() <= ZAV_MAX_TUNNEL_DATA) { // clients drop what is longer, or end
         EmitTunnelData(service, data, id);
     }
     return g_variant_new("(b)", TRUE);
@@ -172,7 +171,7 @@ GVariant* SendTunnelData(ZavService& service, GVariant* args)
 GVariant* ReceiveSpdifData(ZavService& service, GVariant* args)
 {
     const auto data = FirstArray<guint8>(args);
-    const bool accepted = data.size() <= maxPayload;
+    const bool accepted = data.size() <= ZAV_MAX_SPDIF_DATA;
     if (accepted) {
         Emit(service, "sendDataViaSpdif",
              g_variant_new("(@ayi)", NewBytes(data), static_cast<int>(data.size())));

@@ -174,8 +174,9 @@ void Run(const Options& options)
         g_timeout_add(step.at, ApplyFirst, &due.emplace_back(DueStep{simulator, step}));
     }
 
-    std::cout << "zav-sim: ready" << std::endl;
-    g_main_loop_run(loop);
+    if (std::cout << "zav-sim: ready" << std::endl) {
+        g_main_loop_run(loop);
+    }
     if (!g_dbus_connection_flush_sync(connection, nullptr, nullptr)) {
         throw std::runtime_error("the bus has gone");
     }

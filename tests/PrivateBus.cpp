@@ -195,6 +195,20 @@ void PrivateBus::Stop()
     m_daemon.reset();
 }
 
+std::shared_ptr<GDBusConnection> Connect(const std::string& address)
+{
+    constexpr auto client =
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    g_autoptr(GError) error = nullptr;
+    GDBusConnection* connection =
+        g_dbus_connection_new_for_address_sync(address.c_str(), client, nullptr, nullptr, &error);
+    if (connection == nullptr) {
+        Throw(address, error);
+    }
+    return Hold(connection);
+}
+
 Simulator::Simulator(const PrivateBus& bus, const Arguments& options)
     : m_address(bus.Address()), m_options(options)
 {
@@ -207,17 +221,7 @@ void Simulator::Start()
     arguments.insert(arguments.end(), m_options.begin(), m_options.end());
     m_process = std::make_unique<Child>(arguments);
     m_process->ReadUntil("zav-sim: ready");
-
-    constexpr auto client =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    g_autoptr(GError) error = nullptr;
-    GDBusConnection* connection =
-        g_dbus_connection_new_for_address_sync(m_address.c_str(), client, nullptr, nullptr, &error);
-    if (connection == nullptr) {
-        Throw(m_address, error);
-    }
-    m_connection = Hold(connection);
+    m_connection = Connect(m_address);
 }
 
 void Simulator::Stop()

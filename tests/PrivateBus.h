@@ -80,6 +80,9 @@ private:
     std::unique_ptr<Child> m_daemon;
 };
 
+/** A new connection to a bus. */
+std::shared_ptr<GDBusConnection> Connect(const std::string& address);
+
 /**
  * The simulated service, and its control interface over a connection of its own. Bodies are in
  * GVariant's text form: a tuple is the whole body, anything else its only member.

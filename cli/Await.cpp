@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#include "Await.h"
+
+#include "Failure.h"
+
+#include <iostream>
+#include <unistd.h>
+
+namespace cli
+{
+
+std::optional<double> timeLimit;
+bool abandoned = false;
+
+double Limit()
+{
+    constexpr double aboveTheLibrarys = 6; // which gives up on a call after 5
+    return timeLimit.value_or(aboveTheLibrarys);
+}
+
+double Now()
+{
+    return static_cast<double>(g_get_monotonic_time()) / G_USEC_PER_SEC;
+}
+
+void WaitUntil(const std::string& whom, const std::function<bool()>& holds)
+{
+    constexpr guint tick = 50; // ms between two looks at the clock
+    constexpr double patience = 1;
+    const double start = Now();
+    bool told = isatty(STDERR_FILENO) == 0;
+    const guint source = g_timeout_add(
+        tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+    while (!holds() && Now() - start < Limit()) {
+        if (!told && Now() - start >= patience) {
+            std::cerr << "zavctl: waiting for " << whom << " ..." << std::endl;
+            told = true;
+        }
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    g_source_remove(source);
+    if (!holds()) {
+        g_autofree char* seconds = g_strdup_printf("%g", Limit());
+        throw Failure(Cause::noAnswer, whom + " did not answer within " + seconds + " s");
+    }
+}
+
+} // namespace cli
