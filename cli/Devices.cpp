@@ -79,9 +79,9 @@ void SetLevels(const std::vector<int>& levels)
 
 Action Equalizer(CLI::App& verb)
 {
-    const auto levels = std::make_shared<std::vector<int>>();
-    verb.add_option("LEVEL", *levels, "One for each band")->check(CheckNumber, "");
-    return [levels] { levels->empty() ? ShowLevels() : SetLevels(*levels); };
+    static std::vector<int> levels;
+    verb.add_option("LEVEL", levels, "One for each band")->check(CheckNumber, "");
+    return [] { levels.empty() ? ShowLevels() : SetLevels(levels); };
 }
 
 /** The text that a record begins with. */
@@ -131,151 +131,137 @@ void RequestAcceptance(Call call)
 
 using Device = commonTunnel_external_id_e;
 
+int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT; // of each verb for an external device
+
+Device ExternalDevice()
+{
+    return Device{id};
+}
+
+void DeviceOption(CLI::App& verb)
+{
+    verb.add_option("--id", id, "The external device")->capture_default_str();
+}
+
 Action TunnelCapability(CLI::App& verb)
 {
-    struct Given
-    {
-        int id = 0;
-        bool set = false;
-    };
-    const auto given = std::make_shared<Given>();
-    verb.add_option("ID", given->id, "The external device")->required();
-    verb.add_flag("--set", given->set, "Give the capability");
-    return [given] {
-        const auto device = Device{given->id};
-        if (given->set) {
-            RequestAcceptance([device] { Api::SetCapabilityCommonTunnelExternal(device); });
-            return Print({{"id", given->id}, {"capability", 1}}, {});
+    static bool set = false;
+    verb.add_option("ID", id, "The external device")->required();
+    verb.add_flag("--set", set, "Give the capability");
+    return [] {
+        if (set) {
+            RequestAcceptance([] { Api::SetCapabilityCommonTunnelExternal(ExternalDevice()); });
+            return Print({{"id", id}, {"capability", 1}}, {});
         }
-        const int capability = Request([device] {
-                                   int read = 0;
-                                   Api::GetCapabilityCommonTunnelExternal(device, &read);
-                                   return read;
-                               }).result;
-        Print({{"id", given->id}, {"capability", capability}},
-              {{"capability", std::to_string(capability)}});
+        const auto capability = Request([] {
+            int read = 0;
+            Api::GetCapabilityCommonTunnelExternal(ExternalDevice(), &read);
+            return read;
+        });
+        Print({{"id", id}, {"capability", capability.result}},
+              {{"capability", std::to_string(capability.result)}});
     };
 }
 
-std::shared_ptr<int> DeviceOption(CLI::App& verb)
-{
-    const auto id = std::make_shared<int>(COMMON_TUNNEL_EXTERNAL_ID_DEFAULT);
-    verb.add_option("--id", *id, "The external device")->capture_default_str();
-    return id;
-}
+std::vector<int> numbers; // of each verb that sends bytes
 
-std::shared_ptr<std::vector<int>> BytesArgument(CLI::App& verb)
+void BytesArgument(CLI::App& verb)
 {
-    const auto bytes = std::make_shared<std::vector<int>>();
-    verb.add_option("BYTES", *bytes, "0 to 255, also as 0x00 to 0xff")
+    verb.add_option("BYTES", numbers, "0 to 255, also as 0x00 to 0xff")
         ->required()
         ->check(CheckNumber, "")
         ->check(CLI::Range(0, 255));
-    return bytes;
 }
 
 Action TunnelSend(CLI::App& verb)
 {
-    const auto numbers = BytesArgument(verb);
-    const auto id = DeviceOption(verb);
-    return [numbers, id] {
-        static int listener = 0; // the id goes with a registration, which has to have user data
-        Api::SetDataReceivedFromCommonTunnelExternalcb(Device{*id}, nullptr, nullptr, &listener);
-        RequestAcceptance([bytes = Bytes(numbers->begin(), numbers->end())] {
+    BytesArgument(verb);
+    DeviceOption(verb);
+    return [] {
+        // The id goes with a registration, which has to have user data.
+        Api::SetDataReceivedFromCommonTunnelExternalcb(ExternalDevice(), nullptr, nullptr, &id);
+        RequestAcceptance([bytes = Bytes(numbers.begin(), numbers.end())] {
             Api::SendDataToCommonTunnelExternal(bytes.data(), static_cast<int>(bytes.size()));
         });
-        Print({{"id", *id}, {"sent", numbers->size()}}, {});
+        Print({{"id", id}, {"sent", numbers.size()}}, {});
     };
-}
-
-/** What a device has told of itself. */
-struct TunnelAnswer
-{
-    bool came = false;
-    bool connected = false;
-    std::string text = {};
-};
-
-void OnTunnelStatus(int connected, char* text, void* answer)
-{
-    *static_cast<TunnelAnswer*>(answer) = {
-        true, connected != 0, {text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT)}};
 }
 
 Action TunnelStatus(CLI::App& verb)
 {
-    const auto id = DeviceOption(verb);
-    return [id] {
-        static TunnelAnswer answer; // signals may come as long as the process lives
-        Api::SetDataReceivedFromCommonTunnelExternalcb(Device{*id}, OnTunnelStatus, nullptr,
-                                                       &answer);
+    static struct
+    {
+        bool came;
+        bool connected;
+        std::string text;
+    } answer;
+    DeviceOption(verb);
+    return [] {
+        Api::SetDataReceivedFromCommonTunnelExternalcb(
+            ExternalDevice(),
+            [](int connected, char* text, void* /*user*/) {
+                answer = {true, connected != 0, {text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT)}};
+            },
+            nullptr, &answer);
         RequestAcceptance([] { Api::RequestStatusFromCommonTunnelExternal(); });
         WaitUntil("the external device", [] { return answer.came; });
-        Print({{"id", *id}, {"connected", answer.connected}, {"text", answer.text}},
+        Print({{"id", id}, {"connected", answer.connected}, {"text", answer.text}},
               {{"connected", answer.connected ? "yes" : "no"}, {"text", answer.text}});
     };
 }
 
 Action Spdif(CLI::App& verb)
 {
-    const auto numbers = BytesArgument(verb);
-    return [numbers] {
-        RequestAcceptance([bytes = Bytes(numbers->begin(), numbers->end())] {
+    BytesArgument(verb);
+    return [] {
+        RequestAcceptance([bytes = Bytes(numbers.begin(), numbers.end())] {
             Api::DataReceivedFromSpkViaSPDIF(bytes.data(), static_cast<int>(bytes.size()));
         });
-        Print({{"sent", std::min<size_t>(numbers->size(), ZAV_MAX_SPDIF_DATA)}}, {});
+        Print({{"sent", std::min<size_t>(numbers.size(), ZAV_MAX_SPDIF_DATA)}}, {});
     };
 }
 
 Action InitManager(CLI::App& verb)
 {
-    struct Given
-    {
-        SpeakerManagerState state{};
-        std::string mode = "STANDARD";
-        std::vector<int> values;
-    };
-    const auto given = std::make_shared<Given>();
+    static SpeakerManagerState state;
+    static std::string mode = "STANDARD";
+    static std::vector<int> values;
     const auto add = [&verb](const char* name, int32_t& member, const char* help) {
         verb.add_option(name, member, help)->check(CheckNumber, "")->capture_default_str();
     };
-    verb.add_option("--mode", given->mode, "The sound mode, by number or name")
+    verb.add_option("--mode", mode, "The sound mode, by number or name")
         ->type_name("MODE")
         ->capture_default_str();
-    add("--woofer-level", given->state.SubWooferLevel, "The sub-woofer's level");
-    verb.add_option("--values", given->values, "Seven values, passed through")
+    add("--woofer-level", state.SubWooferLevel, "The sub-woofer's level");
+    verb.add_option("--values", values, "Seven values, passed through")
         ->check(CheckNumber, "")
         ->expected(7);
-    add("--connection", given->state.ConnectionStatus, "0 without a sound device");
-    verb.add_flag("--woofer-available", given->state.SubWooferAvailable,
-                  "There is a sub-woofer to set");
-    verb.add_flag("--equalizer-available", given->state.EqualizerAvailable,
-                  "There is an equalizer");
-    add("--state", given->state.State, "The speaker manager's state");
-    add("--features", given->state.FeatureSupported, "The supported features");
-    add("--woofer-connected", given->state.WooferConnected, "Whether a woofer is connected");
-    add("--effects", given->state.EffectList, "The mask of the modes");
-    return [given] {
-        SpeakerManagerState state = given->state;
-        state.AudioEffect = ParseMode(given->mode);
-        std::ranges::copy(given->values, state.ValueArray);
-        Request([state]() mutable { return Api::InitSpeakerManager(&state); });
+    add("--connection", state.ConnectionStatus, "0 without a sound device");
+    verb.add_flag("--woofer-available", state.SubWooferAvailable, "There is a sub-woofer to set");
+    verb.add_flag("--equalizer-available", state.EqualizerAvailable, "There is an equalizer");
+    add("--state", state.State, "The speaker manager's state");
+    add("--features", state.FeatureSupported, "The supported features");
+    add("--woofer-connected", state.WooferConnected, "Whether a woofer is connected");
+    add("--effects", state.EffectList, "The mask of the modes");
+    return [] {
+        const int number = state.AudioEffect = ParseMode(mode);
+        std::ranges::copy(values, state.ValueArray);
+        Request([] { return Api::InitSpeakerManager(&state); });
         Touch(); // the service answers to none of it, but the bus keeps the order
-        const int mode = state.AudioEffect;
-        Print({{"sent", true}, {"mode", mode}, {"mode-name", ModeName(mode)}}, {{"sent"}});
+        Print({{"sent", true}, {"mode", number}, {"mode-name", ModeName(number)}}, {{"sent"}});
     };
 }
 
 Action Model(CLI::App& verb)
 {
-    const auto name = std::make_shared<std::string>();
-    verb.add_option("NAME", *name, "Such as MODEL_DEFAULT")->required();
-    return [name] {
-        const int code = Api::m_HashModelName(name->c_str());
+    static std::string name;
+    verb.add_option("NAME", name, "Such as MODEL_DEFAULT")->required();
+    return [] {
+        const int code = Api::m_HashModelName(name.c_str());
         if (code == MODEL_NAME_UNKNOWN) {
-            throw Failure(Cause::failed, "no device model is called '" + *name + "'");
+            throw Failure(Cause::failed, "no device model is called '" + name + "'");
         }
-        Print({{"model", *name}, {"code", code}}, {{std::to_string(code)}});
+        Print({{"model", name}, {"code", code}}, {{std::to_string(code)}});
     };
 }
 

@@ -6,14 +6,13 @@
 #include "ZAVServiceBridgeAPI.h"
 #include "zav-interfaces.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <dlfcn.h>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <link.h>
+#include <set>
 #include <unistd.h>
 
 namespace cli
@@ -22,23 +21,20 @@ namespace cli
 namespace
 {
 
-enum class Result
-{
-    ok,
-    warn,
-    fail
-};
+constexpr const char* kInstall =
+    "apt-get install --reinstall libzavservice-api && systemctl reload dbus";
 
+/** Of a check. A Failure that it throws is one as well, with the remedy for its cause. */
 struct Finding
 {
-    const char* check;
-    Result result;
+    enum
+    {
+        ok,
+        warn,
+        fail
+    } result;
     std::string detail;
-    std::string remedy = {};
-};
-
-constexpr const char* exports[] = {
-#include "Exports.inc"
+    std::string remedy = {}; ///< a command
 };
 
 Variant AskBus(const char* method, GVariant* arguments = nullptr)
@@ -46,107 +42,58 @@ Variant AskBus(const char* method, GVariant* arguments = nullptr)
     return CallBus(kBusService, "/org/freedesktop/DBus", kBusService, method, arguments);
 }
 
-guint32 AskBusNumber(const char* method)
+std::string AskAboutService(const char* method)
 {
     guint32 number = 0;
     g_variant_get(AskBus(method, g_variant_new("(s)", kService)).get(), "(u)", &number);
-    return number;
+    return std::to_string(number);
+}
+
+std::string RemedyFor(Cause cause)
+{
+    switch (cause) {
+    case Cause::noBus:
+        return std::getenv("DBUS_SYSTEM_BUS_ADDRESS") == nullptr ? "systemctl start dbus"
+                                                                 : "unset DBUS_SYSTEM_BUS_ADDRESS";
+    case Cause::notRunning:
+        return "zav-sim &";
+    case Cause::noAnswer: // whatever started it does so again
+        return "kill " + AskAboutService("GetConnectionUnixProcessID") + " && zavctl wait --ready";
+    default:
+        return kInstall;
+    }
 }
 
 Finding CheckBus()
 {
     const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-    const std::string where = address == nullptr
-                                  ? "the system's own; DBUS_SYSTEM_BUS_ADDRESS is not set"
-                                  : std::string("DBUS_SYSTEM_BUS_ADDRESS=") + address;
-    try {
-        Bus();
-        return {"bus", Result::ok, where};
-    } catch (const Failure& failure) {
-        return {"bus", Result::fail, failure.what() + (" (" + where + ")"),
-                address == nullptr ? "systemctl start dbus" : "unset DBUS_SYSTEM_BUS_ADDRESS"};
-    }
-}
-
-bool IsActivatable()
-{
-    const Variant reply = AskBus("ListActivatableNames");
-    g_autofree const char** names = nullptr;
-    g_variant_get(reply.get(), "(^a&s)", &names);
-    return g_strv_contains(names, kService) != FALSE;
+    Bus();
+    return {Finding::ok, address == nullptr ? "the system's own; DBUS_SYSTEM_BUS_ADDRESS is not set"
+                                            : std::string("DBUS_SYSTEM_BUS_ADDRESS=") + address};
 }
 
 Finding CheckService()
 {
+    g_autofree const char** activatable = nullptr;
+    const Variant names = AskBus("ListActivatableNames");
+    g_variant_get(names.get(), "(^a&s)", &activatable);
     try {
-        const guint32 process = AskBusNumber("GetConnectionUnixProcessID");
-        const guint32 user = AskBusNumber("GetConnectionUnixUser");
-        return {"service", Result::ok,
-                "process " + std::to_string(process) + " of user " + std::to_string(user)};
+        return {Finding::ok, "process " + AskAboutService("GetConnectionUnixProcessID") +
+                                 " of user " + AskAboutService("GetConnectionUnixUser")};
     } catch (const Failure& failure) {
-        if (failure.cause != Cause::notRunning) {
-            return {"service", Result::fail, failure.what(), "systemctl restart dbus"};
+        if (failure.cause != Cause::notRunning || !g_strv_contains(activatable, kService)) {
+            throw;
         }
-        if (IsActivatable()) {
-            return {"service", Result::warn, "not running; the bus starts it on the first request",
-                    "zavctl get ready"};
-        }
-        return {"service", Result::fail, "not running, and the bus does not know how to start it",
-                "zav-sim &"};
+        return {Finding::warn, "not running; the bus starts it on the first request",
+                "zavctl get ready"};
     }
-}
-
-constexpr const char* kInstallPolicy =
-    "apt-get install --reinstall libzavservice-api && systemctl reload dbus";
-
-/** Ends a service that hangs: whatever starts it does so again. */
-std::string Restart()
-{
-    return "kill " + std::to_string(AskBusNumber("GetConnectionUnixProcessID")) +
-           " && zavctl wait --ready";
 }
 
 /** By a call like an application's: the bus may let others pass. */
 Finding CheckAccess()
 {
-    try {
-        Touch();
-        return {"access", Result::ok, "a call of the interface was answered"};
-    } catch (const Failure& failure) {
-        return {"access", Result::fail, failure.what(),
-                failure.cause == Cause::denied ? kInstallPolicy : Restart()};
-    }
-}
-
-/**
- * By a signal like the service's, from this program to itself, that is none of those which an
- * application hears. What the bus lets through has come before the bus's next answer.
- */
-Finding CheckPolicy()
-{
-    constexpr const char* member = "ZavctlDoctorProbe";
-    static bool came;
-    GDBusConnection* bus = Bus();
-    g_dbus_connection_signal_subscribe(
-        bus, nullptr, kService, member, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        [](auto...) { came = true; }, nullptr, nullptr);
-    g_dbus_connection_emit_signal(bus, g_dbus_connection_get_unique_name(bus), kPath, kService,
-                                  member, nullptr, nullptr);
-    AskBus("GetId");
-    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
-    }
-    if (!came) {
-        return {"policy", Result::ok, "a forged signal of the service did not come through"};
-    }
-    if (geteuid() == 0) {
-        return {"policy", Result::warn,
-                "could not be tried: root, whose signals the policy lets through, cannot forge one",
-                "runuser -u nobody -- zavctl doctor"};
-    }
-    return {"policy", Result::warn,
-            "a forged signal of the service came through: any program can call the callbacks of "
-            "applications, or end them",
-            kInstallPolicy};
+    Touch();
+    return {Finding::ok, "a call of the interface was answered"};
 }
 
 /** The library's connecting waits for this answer, for longer than for any request. */
@@ -159,21 +106,16 @@ Finding CheckProperties()
                 g_variant_new("(s)", kService));
     } catch (const Failure& failure) {
         if (failure.cause != Cause::refused) { // an error will do
-            return {"properties", Result::fail,
-                    std::string("GetAll, for which connecting waits: ") + failure.what(),
-                    failure.cause == Cause::denied ? kInstallPolicy : Restart()};
+            throw;
         }
     }
-    if (Now() - start > slow) {
-        return {"properties", Result::warn,
-                "GetAll, for which connecting waits, took " +
-                    std::to_string(std::lround(Now() - start)) + " s",
-                Restart()};
-    }
-    return {"properties", Result::ok, "GetAll is answered"};
+    const std::string seconds = std::to_string(std::lround(Now() - start));
+    return Now() - start < slow
+               ? Finding{Finding::ok, "GetAll is answered"}
+               : Finding{Finding::warn,
+                         "GetAll, for which connecting waits, took " + seconds + " s",
+                         RemedyFor(Cause::noAnswer)};
 }
-
-constexpr const char* kInstallLibrary = "apt-get install --only-upgrade libzavservice-api";
 
 std::string Signature(GDBusArgInfo** arguments)
 {
@@ -181,137 +123,168 @@ std::string Signature(GDBusArgInfo** arguments)
     for (; arguments != nullptr && *arguments != nullptr; ++arguments) {
         signature += (*arguments)->signature;
     }
-    return signature;
+    return "(" + signature + ")";
 }
 
 /** "method GetMode() -> (i)", "signal SetCbSoundModeChange(i)". */
-std::vector<std::string> Members(const GDBusInterfaceInfo& interface)
+std::set<std::string> Members(const GDBusInterfaceInfo& interface)
 {
-    std::vector<std::string> members;
+    std::set<std::string> members;
     for (auto** method = interface.methods; method != nullptr && *method != nullptr; ++method) {
-        members.push_back(std::string("method ") + (*method)->name + "(" +
-                          Signature((*method)->in_args) + ") -> (" +
-                          Signature((*method)->out_args) + ")");
+        members.insert(std::string("method ") + (*method)->name + Signature((*method)->in_args) +
+                       " -> " + Signature((*method)->out_args));
     }
     for (auto** signal = interface.signals; signal != nullptr && *signal != nullptr; ++signal) {
-        members.push_back(std::string("signal ") + (*signal)->name + "(" +
-                          Signature((*signal)->args) + ")");
+        members.insert(std::string("signal ") + (*signal)->name + Signature((*signal)->args));
     }
-    std::ranges::sort(members);
     return members;
 }
 
-std::vector<std::string> LiveMembers()
+Finding CheckInterface()
 {
     const Variant reply =
         CallBus(kService, kPath, "org.freedesktop.DBus.Introspectable", "Introspect");
     const char* xml = nullptr;
     g_variant_get(reply.get(), "(&s)", &xml);
     g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml, nullptr);
-    const GDBusInterfaceInfo* live =
+    const GDBusInterfaceInfo* interface =
         node == nullptr ? nullptr : g_dbus_node_info_lookup_interface(node, kService);
-    return live == nullptr ? std::vector<std::string>() : Members(*live);
+    const auto there = interface == nullptr ? std::set<std::string>() : Members(*interface);
+    const auto expected = Members(org_kelmar_tv_zav_interface);
+    std::string missing;
+    for (const std::string& member : expected) {
+        if (!there.contains(member)) {
+            missing += (missing.empty() ? "lacks " : ", ") + member;
+        }
+    }
+    return missing.empty()
+               ? Finding{Finding::ok, std::to_string(expected.size()) + " members as expected"}
+               : Finding{Finding::fail, missing, kInstall};
 }
 
-Finding CheckInterface()
+/**
+ * By a signal like the service's, from this program to itself, that is none of those which an
+ * application hears. What the bus lets through has come before the bus's next answer.
+ */
+Finding CheckPolicy()
 {
-    const std::vector<std::string> expected = Members(org_kelmar_tv_zav_interface);
-    std::vector<std::string> missing;
-    try {
-        std::ranges::set_difference(expected, LiveMembers(), std::back_inserter(missing));
-    } catch (const Failure& failure) {
-        return {"interface", Result::warn, std::string("cannot be seen: ") + failure.what(),
-                "busctl --system introspect org.kelmar.tv.zav /org/kelmar/tv/zav"};
+    constexpr const char* member = "ZavctlDoctorProbe";
+    static bool came = false;
+    GDBusConnection* bus = Bus();
+    g_dbus_connection_signal_subscribe(
+        bus, nullptr, kService, member, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        [](auto...) { came = true; }, nullptr, nullptr);
+    g_dbus_connection_emit_signal(bus, g_dbus_connection_get_unique_name(bus), kPath, kService,
+                                  member, nullptr, nullptr);
+    AskBus("GetId");
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }
-    if (missing.empty()) {
-        return {"interface", Result::ok, std::to_string(expected.size()) + " members as expected"};
+    if (!came) {
+        return {Finding::ok, "a forged signal of the service did not come through"};
     }
-    std::string all;
-    for (const std::string& member : missing) {
-        all += (all.empty() ? "lacks " : ", ") + member;
+    if (geteuid() == 0) {
+        return {Finding::warn,
+                "could not be tried: root, whose signals the policy lets through, cannot forge one",
+                "runuser -u nobody -- zavctl doctor"};
     }
-    return {"interface", Result::fail, all, kInstallLibrary};
+    return {Finding::warn,
+            "a forged signal of the service came through: any program can call the callbacks of "
+            "applications, or end them",
+            kInstall};
 }
 
-/** Whether a file holds the text. */
-bool Holds(const std::string& path, const std::string& text)
+/** The file that was loaded under a name; "" for none. */
+std::string Loaded(const std::string& name)
 {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator(file), {}).find(text) != std::string::npos;
+    auto search = std::pair("/" + name, std::string());
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t /*size*/, void* data) {
+            auto& [end, path] = *static_cast<decltype(search)*>(data);
+            if (std::string_view(info->dlpi_name).ends_with(end)) {
+                path = info->dlpi_name;
+            }
+            return 0;
+        },
+        &search);
+    return search.second;
+}
+
+Finding CheckLibrary()
+{
+    return {Finding::ok, Loaded("libzavservice-api.so")};
 }
 
 /** A stand-in is told by a variable where to write; the platform's own libraries know none. */
-std::vector<Finding> LoadedLibraries()
+Finding CheckPlatform(const char* library, const std::string& variable)
 {
-    std::vector<Finding> findings;
-    const auto add = [](dl_phdr_info* info, size_t /*size*/, void* list) {
-        static constexpr struct
-        {
-            const char* file;
-            const char* check;
-            const char* variable;
-        } libraries[] = {{"libzavservice-api.so", "library", nullptr},
-                         {"libplatform-log.so", "log", "ZAV_LOG"},
-                         {"libruvi-lumo.so", "trace", "LUMO_TRACE"}};
-        for (const auto& [file, check, variable] : libraries) {
-            if (std::filesystem::path(info->dlpi_name).filename() != file) {
-                continue;
-            }
-            Finding finding{check, Result::ok, info->dlpi_name};
-            if (variable != nullptr && Holds(info->dlpi_name, variable)) {
-                finding = {check, Result::warn,
-                           finding.detail + ": a stand-in, for machines without the platform",
-                           "apt-get remove libzavservice-api-standins"};
-            }
-            static_cast<std::vector<Finding>*>(list)->push_back(finding);
-        }
-        return 0;
-    };
-    dl_iterate_phdr(add, &findings);
-    return findings;
+    const std::string path = Loaded(library);
+    std::ifstream file(path, std::ios::binary);
+    const std::string content{std::istreambuf_iterator(file), {}};
+    if (content.find(variable) == std::string::npos) {
+        return {Finding::ok, path};
+    }
+    return {Finding::warn, path + ": a stand-in, for machines without the platform",
+            "apt-get remove libzavservice-api-standins"};
+}
+
+Finding CheckLog()
+{
+    return CheckPlatform("libplatform-log.so", "ZAV_LOG");
+}
+
+Finding CheckTrace()
+{
+    return CheckPlatform("libruvi-lumo.so", "LUMO_TRACE");
 }
 
 Finding CheckExports()
 {
-    std::string missing;
+    constexpr const char* exports[] = {
+#include "Exports.inc"
+    };
     for (const char* name : exports) {
         if (dlsym(RTLD_DEFAULT, name) == nullptr) {
-            missing += std::string(" ") + name;
+            return {Finding::fail, std::string("missing: ") + name, kInstall};
         }
     }
-    if (missing.empty()) {
-        return {"exports", Result::ok, std::to_string(std::size(exports)) + " functions"};
-    }
-    return {"exports", Result::fail, "missing:" + missing, kInstallLibrary};
+    return {Finding::ok, std::to_string(std::size(exports)) + " functions"};
 }
 
 Finding CheckRecords()
 {
     const int state = get_size_of_SpeakerManagerState();
-    const std::string detail = "SpeakerManagerState " + std::to_string(state) +
-                               " bytes, SCLSpkInfo " + std::to_string(sizeof(SCLSpkInfo));
     const bool right = state == 60 && sizeof(SCLSpkInfo) == 148;
-    return {"records", right ? Result::ok : Result::fail, detail, right ? "" : kInstallLibrary};
+    return {right ? Finding::ok : Finding::fail,
+            "SpeakerManagerState " + std::to_string(state) + " bytes, SCLSpkInfo " +
+                std::to_string(sizeof(SCLSpkInfo)),
+            right ? "" : kInstall};
 }
 
-std::vector<Finding> Examine()
+/** In this order. Where one fails, those that need it are left out. */
+constexpr struct
 {
-    std::vector<Finding> findings{CheckBus()};
-    if (findings.back().result == Result::ok) {
-        findings.push_back(CheckService());
-        if (findings.back().result == Result::ok) {
-            findings.push_back(CheckAccess());
-        }
-        if (std::string_view(findings.back().check) == "access" && !abandoned) {
-            findings.push_back(CheckProperties());
-            findings.push_back(CheckInterface());
-        }
-        findings.push_back(CheckPolicy());
-    }
-    std::ranges::copy(LoadedLibraries(), std::back_inserter(findings));
-    findings.push_back(CheckExports());
-    findings.push_back(CheckRecords());
-    return findings;
+    const char* name;
+    Finding (*run)();
+    const char* needs;
+} checks[] = {
+    {"bus", CheckBus, ""},
+    {"service", CheckService, "bus"},
+    {"access", CheckAccess, "service"},
+    {"properties", CheckProperties, "access"},
+    {"interface", CheckInterface, "access"},
+    {"policy", CheckPolicy, "bus"},
+    {"library", CheckLibrary, ""},
+    {"log", CheckLog, ""},
+    {"trace", CheckTrace, ""},
+    {"exports", CheckExports, ""},
+    {"records", CheckRecords, ""},
+};
+
+Finding Run(Finding (*check)())
+try {
+    return check();
+} catch (const Failure& failure) {
+    return {Finding::fail, failure.what(), RemedyFor(failure.cause)};
 }
 
 Action Doctor(CLI::App& /*verb*/)
@@ -321,28 +294,28 @@ Action Doctor(CLI::App& /*verb*/)
         json list = json::array();
         std::vector<Row> rows;
         std::string failed;
-        for (const Finding& finding : Examine()) {
-            const auto& [word, colour] = words[static_cast<int>(finding.result)];
-            list.push_back({{"check", finding.check},
-                            {"result", word},
-                            {"detail", finding.detail},
-                            {"remedy", finding.remedy}});
-            rows.push_back({Cell(word, colour), finding.check, finding.detail});
-            if (!finding.remedy.empty()) {
-                rows.push_back({"", "remedy", finding.remedy});
+        std::set<std::string> passed{""};
+        for (const auto& [name, run, needs] : checks) {
+            if (!passed.contains(needs)) {
+                continue;
             }
-            if (finding.result == Result::fail) {
-                failed += std::string(" ") + finding.check;
+            const auto [result, detail, remedy] = Run(run);
+            const auto& [word, colour] = words[result];
+            list.push_back(
+                {{"check", name}, {"result", word}, {"detail", detail}, {"remedy", remedy}});
+            rows.push_back({Cell(word, colour), name, detail});
+            if (!remedy.empty()) {
+                rows.push_back({"", "remedy", remedy});
+            }
+            if (result == Finding::fail) {
+                failed += std::string(" ") + name;
+            } else if (result == Finding::ok) {
+                passed.insert(name);
             }
         }
-        const json data = {{"checks", list}};
-        if (failed.empty()) {
-            return Print(data, rows);
-        }
-        if (!asJson) {
-            PrintRows(rows);
-        }
-        throw Failure(Cause::failed, "failed:" + failed, data);
+        PrintOrThrow({{"checks", list}}, rows,
+                     failed.empty() ? std::nullopt
+                                    : std::optional(Failure(Cause::failed, "failed:" + failed)));
     };
 }
 

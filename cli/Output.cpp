@@ -99,6 +99,17 @@ void Print(const json& data, const std::vector<Row>& rows)
     }
 }
 
+void PrintOrThrow(const json& data, const std::vector<Row>& rows,
+                  const std::optional<Failure>& failure)
+{
+    if (!failure || !asJson) {
+        Print(data, rows);
+    }
+    if (failure) {
+        throw Failure(failure->cause, failure->what(), data);
+    }
+}
+
 void Report(const Failure& failure)
 {
     std::cerr << "zavctl: " << Printable(failure.what()) << std::endl;

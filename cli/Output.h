@@ -9,6 +9,7 @@
 
 #include "Failure.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,10 @@ void PrintRows(const std::vector<Row>& rows);
 
 /** One of the two. */
 void Print(const json& data, const std::vector<Row>& rows);
+
+/** What was found out, and then what failed, if anything did. */
+void PrintOrThrow(const json& data, const std::vector<Row>& rows,
+                  const std::optional<Failure>& failure);
 
 /** Text as it is, such as a help page. */
 void PrintText(const std::string& text);

@@ -24,30 +24,30 @@ namespace
 
 Cause CauseOf(const GError* error)
 {
-    static constexpr struct
-    {
-        GQuark (*domain)();
-        int first;
-        int last;
-        Cause cause;
-    } causes[] = {
-        {g_dbus_error_quark, G_DBUS_ERROR_SERVICE_UNKNOWN, G_DBUS_ERROR_NAME_HAS_NO_OWNER,
-         Cause::notRunning},
-        {g_dbus_error_quark, G_DBUS_ERROR_NO_REPLY, G_DBUS_ERROR_NO_REPLY, Cause::noAnswer},
-        {g_dbus_error_quark, G_DBUS_ERROR_ACCESS_DENIED, G_DBUS_ERROR_ACCESS_DENIED, Cause::denied},
-        {g_dbus_error_quark, G_DBUS_ERROR_TIMED_OUT, G_DBUS_ERROR_TIMED_OUT, Cause::notStarted},
-        {g_dbus_error_quark, G_DBUS_ERROR_SPAWN_EXEC_FAILED, G_DBUS_ERROR_SPAWN_NO_MEMORY,
-         Cause::notStarted},
-        {g_io_error_quark, G_IO_ERROR_PERMISSION_DENIED, G_IO_ERROR_PERMISSION_DENIED,
-         Cause::denied},
-        {g_io_error_quark, G_IO_ERROR_CLOSED, G_IO_ERROR_CLOSED, Cause::noBus},
-    };
-    for (const auto& [domain, first, last, cause] : causes) {
-        if (error->domain == domain() && error->code >= first && error->code <= last) {
-            return cause;
-        }
+    if (error->domain == G_IO_ERROR) {
+        return error->code == G_IO_ERROR_CLOSED              ? Cause::noBus
+               : error->code == G_IO_ERROR_PERMISSION_DENIED ? Cause::denied
+                                                             : Cause::refused;
     }
-    return Cause::refused;
+    if (error->domain != G_DBUS_ERROR) {
+        return Cause::refused;
+    }
+    switch (error->code) {
+    case G_DBUS_ERROR_SERVICE_UNKNOWN:
+    case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
+        return Cause::notRunning;
+    case G_DBUS_ERROR_NO_REPLY:
+        return Cause::noAnswer;
+    case G_DBUS_ERROR_ACCESS_DENIED:
+        return Cause::denied;
+    case G_DBUS_ERROR_TIMED_OUT: // of the start
+        return Cause::notStarted;
+    default:
+        return error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+                       error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY
+                   ? Cause::notStarted
+                   : Cause::refused;
+    }
 }
 
 Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)

@@ -6,13 +6,12 @@
 #include "ZAVServiceAPI.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <iomanip>
 #include <optional>
 #include <sstream>
+#include <string_view>
 
 namespace cli
 {
@@ -31,7 +30,7 @@ enum class Kind
 
 struct Scalar
 {
-    const char* name;
+    std::string_view name;
     Kind kind;
     const char* help;
     int (*get)();
@@ -78,11 +77,13 @@ constexpr Scalar scalars[] = {
         AUDIO_EFFECT_##name, #name                                                                 \
     }
 
-constexpr struct
+struct Mode
 {
     int mode;
-    const char* name;
-} modes[] = {
+    std::string_view name;
+};
+
+constexpr Mode modes[] = {
     MODE(STANDARD),
     MODE(MUSIC),
     MODE(CLEAR_VOICE),
@@ -111,35 +112,14 @@ std::string Listed(const std::vector<std::string>& names)
     return text;
 }
 
-const Scalar& Find(const std::string& name, const std::vector<std::string>& allowed,
-                   const char* what)
+const Scalar& Find(const std::string& name, bool toSet)
 {
-    if (std::ranges::find(allowed, name) == allowed.end()) {
-        throw Failure(Cause::usage,
-                      "'" + name + "' cannot be " + what + "; these can: " + Listed(allowed));
+    const auto names = ScalarNames(toSet);
+    if (std::ranges::find(names, name) == names.end()) {
+        throw Failure(Cause::usage, "'" + name + "' cannot be " + (toSet ? "set" : "read") +
+                                        "; these can: " + Listed(names));
     }
-    return *std::ranges::find(scalars, name,
-                              [](const Scalar& row) { return std::string(row.name); });
-}
-
-std::vector<std::string> Names(bool (*wanted)(const Scalar&))
-{
-    std::vector<std::string> names;
-    for (const Scalar& scalar : scalars) {
-        if (wanted(scalar)) {
-            names.emplace_back(scalar.name);
-        }
-    }
-    return names;
-}
-
-int ParseNumber(const std::string& text)
-{
-    const std::string wrong = CheckNumber(text);
-    if (!wrong.empty()) {
-        throw Failure(Cause::usage, wrong);
-    }
-    return static_cast<int>(std::strtol(text.c_str(), nullptr, 0));
+    return *std::ranges::find(scalars, name, &Scalar::name);
 }
 
 int Ask(const Scalar& scalar)
@@ -149,24 +129,15 @@ int Ask(const Scalar& scalar)
 
 std::string Text(const Scalar& scalar, int value)
 {
-    switch (scalar.kind) {
-    case Kind::flag:
-        return value != 0 ? "yes" : "no";
-    case Kind::mode:
-        return ModeText(value);
-    default:
-        return std::to_string(value);
-    }
+    return scalar.kind == Kind::flag   ? value != 0 ? "yes" : "no"
+           : scalar.kind == Kind::mode ? ModeText(value)
+                                       : std::to_string(value);
 }
 
 /** A mode has its name beside it, so that the number stays one. */
 void Add(json& data, const Scalar& scalar, int value)
 {
-    if (scalar.kind == Kind::flag) {
-        data[scalar.name] = value != 0;
-    } else {
-        data[scalar.name] = value;
-    }
+    data[scalar.name] = scalar.kind == Kind::flag ? json(value != 0) : json(value);
     if (scalar.kind == Kind::mode) {
         data["mode-name"] = ModeName(value);
     }
@@ -174,11 +145,10 @@ void Add(json& data, const Scalar& scalar, int value)
 
 Action Get(CLI::App& verb)
 {
-    const auto name = std::make_shared<std::string>();
-    verb.add_option("NAME", *name, "Which value")->required()->type_name("READABLE");
-    verb.footer(ScalarHelp());
-    return [name] {
-        const Scalar& scalar = Find(*name, ReadableNames({}), "read");
+    static std::string name;
+    verb.add_option("NAME", name, "Which value")->required()->type_name("READABLE");
+    return [] {
+        const Scalar& scalar = Find(name, false);
         const int value = Ask(scalar);
         json data;
         Add(data, scalar, value);
@@ -188,22 +158,17 @@ Action Get(CLI::App& verb)
 
 Action Set(CLI::App& verb)
 {
-    struct Given
-    {
-        std::string name, value;
-    };
-    const auto given = std::make_shared<Given>();
-    verb.add_option("NAME", given->name, "Which value")->required()->type_name("SETTABLE");
-    verb.add_option("VALUE", given->value, "What to")->required()->type_name("SETTING");
-    verb.footer(ScalarHelp());
-    return [given] {
-        const Scalar& scalar = Find(given->name, SettableNames({}), "set");
-        const int value =
-            scalar.kind == Kind::mode ? ParseMode(given->value) : ParseNumber(given->value);
+    static std::string name;
+    static std::string text;
+    verb.add_option("NAME", name, "Which value")->required()->type_name("SETTABLE");
+    verb.add_option("VALUE", text, "What to")->required()->type_name("SETTING");
+    return [] {
+        const Scalar& scalar = Find(name, true);
+        const int value = scalar.kind == Kind::mode ? ParseMode(text) : ParseNumber(text);
         const int result = Request([set = scalar.set, value] { return set(value); }).result;
         if (result < 0) {
-            throw Failure::For(Cause::refused, given->name + " " + given->value + " (result " +
-                                                   std::to_string(result) + ")");
+            throw Failure::For(Cause::refused,
+                               name + " " + text + " (result " + std::to_string(result) + ")");
         }
         json data;
         Add(data, scalar, value);
@@ -218,40 +183,32 @@ Action Status(CLI::App& /*verb*/)
         json data;
         std::vector<Row> rows;
         std::optional<Failure> failure; // of a value; the others are shown none the less
-        for (const Scalar& scalar : scalars) {
-            if (scalar.get == nullptr) {
-                continue;
+        for (const std::string& name : ScalarNames(false)) {
+            // Only a value that was refused or late by itself says nothing of the next.
+            if (abandoned || (failure && failure->cause != Cause::refused &&
+                              failure->cause != Cause::noAnswer)) {
+                break;
             }
-            data[scalar.name] = nullptr;
-            rows.push_back({scalar.name, "-"});
+            data[name] = nullptr;
+            rows.push_back({name, "-"});
             try {
+                const Scalar& scalar = Find(name, false);
                 const int value = Ask(scalar);
                 Add(data, scalar, value);
                 rows.back()[1].text = Text(scalar, value);
             } catch (const Failure& thrown) {
                 failure = thrown;
-                // Only a value that was refused or late by itself says nothing of the next.
-                if (abandoned ||
-                    (thrown.cause != Cause::refused && thrown.cause != Cause::noAnswer)) {
-                    break;
-                }
             }
         }
-        if (!failure) {
-            return Print(data, rows);
-        }
-        if (!asJson) {
-            PrintRows(rows);
-        }
-        throw Failure(failure->cause, failure->what(), data);
+        PrintOrThrow(data, rows, failure);
     };
 }
 
 Action Modes(CLI::App& verb)
 {
-    const auto sids = std::make_shared<bool>(false);
-    verb.add_flag("--sid", *sids, "With the identifiers of their display strings");
-    return [sids] {
+    static bool withSids = false;
+    verb.add_flag("--sid", withSids, "With the identifiers of their display strings");
+    return [] {
         const auto offered = Request([] {
             std::list<AudioEffect> list;
             Api::GetModeList(&list);
@@ -262,7 +219,7 @@ Action Modes(CLI::App& verb)
         for (const AudioEffect mode : offered.result) {
             rows.push_back({std::to_string(mode), ModeName(mode)});
             list.push_back({{"mode", static_cast<int>(mode)}, {"mode-name", ModeName(mode)}});
-            if (*sids) {
+            if (withSids) {
                 std::list<AudioEffect> one{mode};
                 std::list<std::string> sid;
                 Api::popSIDList(&sid, &one); // one by one: a mode without one adds none
@@ -283,15 +240,22 @@ const Verbs scalarVerbs = {
     {"modes", "List the sound modes that the service offers", Modes},
 };
 
-std::string CheckNumber(const std::string& text)
+int ParseNumber(const std::string& text)
 {
-    errno = 0;
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 0);
-    const bool whole = !text.empty() && *end == '\0' && errno == 0;
-    return whole && value >= INT_MIN && value <= INT_MAX
-               ? ""
-               : "'" + text + "' is not a whole number of 32 bits";
+    if (text.empty() || *end != '\0' || value != static_cast<int>(value)) {
+        throw Failure(Cause::usage, "'" + text + "' is not a whole number of 32 bits");
+    }
+    return static_cast<int>(value);
+}
+
+std::string CheckNumber(const std::string& text)
+try {
+    ParseNumber(text);
+    return "";
+} catch (const Failure& failure) {
+    return failure.what();
 }
 
 std::string CheckSeconds(const std::string& text)
@@ -304,8 +268,8 @@ std::string CheckSeconds(const std::string& text)
 
 std::string ModeName(int mode)
 {
-    const auto* found = std::ranges::find(modes, mode, [](const auto& row) { return row.mode; });
-    return found == std::end(modes) ? "" : found->name;
+    const auto* found = std::ranges::find(modes, mode, &Mode::mode);
+    return found == std::end(modes) ? "" : std::string(found->name);
 }
 
 std::string ModeText(int mode)
@@ -320,40 +284,35 @@ int ParseMode(const std::string& text)
     std::ranges::transform(name, name.begin(), [](char c) {
         return c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     });
-    const auto* found =
-        std::ranges::find(modes, name, [](const auto& row) { return std::string(row.name); });
+    const auto* found = std::ranges::find(modes, name, &Mode::name);
     if (found != std::end(modes)) {
         return found->mode;
     }
     if (!CheckNumber(text).empty()) {
         throw Failure(Cause::usage, "there is no mode '" + text + "'; it is a number, or one of " +
-                                        Listed(ModeNames({})));
+                                        Listed(ModeNames()));
     }
     return ParseNumber(text);
 }
 
-std::vector<std::string> ReadableNames(const std::vector<std::string>& /*before*/)
-{
-    return Names([](const Scalar& scalar) { return scalar.get != nullptr; });
-}
-
-std::vector<std::string> SettableNames(const std::vector<std::string>& /*before*/)
-{
-    return Names([](const Scalar& scalar) { return scalar.set != nullptr; });
-}
-
-std::vector<std::string> ModeNames(const std::vector<std::string>& /*before*/)
+std::vector<std::string> ScalarNames(bool toSet)
 {
     std::vector<std::string> names;
-    for (const auto& row : modes) {
-        names.emplace_back(row.name);
+    for (const Scalar& scalar : scalars) {
+        if (toSet ? scalar.set != nullptr : scalar.get != nullptr) {
+            names.emplace_back(scalar.name);
+        }
     }
     return names;
 }
 
-std::vector<std::string> SettingsOf(const std::vector<std::string>& before)
+std::vector<std::string> ModeNames()
 {
-    return before.back() == "mode" ? ModeNames({}) : std::vector<std::string>();
+    std::vector<std::string> names;
+    for (const Mode& row : modes) {
+        names.emplace_back(row.name);
+    }
+    return names;
 }
 
 std::string ScalarHelp()

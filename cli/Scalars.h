@@ -18,11 +18,9 @@ std::string ModeName(int mode);
 /** A mode by its number or, in any case, by its name. @throws Failure */
 int ParseMode(const std::string& text);
 
-/** For completion: the names for `get` and for `set`, and what may follow `set NAME`. */
-std::vector<std::string> ReadableNames(const std::vector<std::string>& before);
-std::vector<std::string> SettableNames(const std::vector<std::string>& before);
-std::vector<std::string> ModeNames(const std::vector<std::string>& before);
-std::vector<std::string> SettingsOf(const std::vector<std::string>& before);
+/** The names for `set`, or for `get`, and those of the modes. */
+std::vector<std::string> ScalarNames(bool toSet);
+std::vector<std::string> ModeNames();
 
 /** The table of the values, for --help. */
 std::string ScalarHelp();

@@ -20,14 +20,14 @@ Variant Ask(const char* method, GVariant* arguments = nullptr)
 /** The control is the verb's second word; `form` shows what follows it, in one word or two. */
 Action Tell(CLI::App& verb, const char* form)
 {
-    const auto words = std::make_shared<std::vector<std::string>>();
+    static std::vector<std::string> words;
     if (*form != '\0') {
-        verb.add_option("WHAT", *words)->required()->expected(1, 2)->type_name(form);
+        verb.add_option("WHAT", words)->required()->expected(1, 2)->type_name(form);
     }
-    return [words, control = verb.get_name()] {
+    return [control = verb.get_name()] {
         std::string text = control;
-        for (const std::string& word : *words) {
-            text += (&word == words->data() ? " " : "=") + word;
+        for (const std::string& word : words) {
+            text += (&word == words.data() ? " " : "=") + word;
         }
         Ask("Control", g_variant_new("(s)", text.c_str()));
         Print(json::object(), {});

@@ -10,14 +10,14 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace cli
 {
 
-/** Carries a verb out; throws Failure. */
+/** Carries a verb out; throws Failure. What was given lies in static variables of the verb's own.
+ */
 using Action = std::function<void()>;
 
 struct Verb
@@ -35,6 +35,9 @@ extern const Verbs deviceVerbs;   ///< equalizer, speakers, tunnel, spdif, init-
 extern const Verbs watchingVerbs; ///< monitor, wait
 extern const Verbs doctorVerbs;   ///< doctor
 extern const Verbs simVerbs;      ///< sim
+
+/** A number, also as 0x3. @throws Failure */
+int ParseNumber(const std::string& text);
 
 /** For CLI::Option::check(): what is wrong with a number, "" for nothing. */
 std::string CheckNumber(const std::string& text);

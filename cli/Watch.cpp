@@ -125,20 +125,6 @@ void Listen(int id)
     if (!Api::SubscribeZAVCSharpCallback(OnManagedEvent)) {
         throw Failure::For(Cause::busy);
     }
-}
-
-/** The library ends a process that gets more than it has room for; this tells what happened. */
-void OnAbort(int number)
-{
-    constexpr std::string_view words =
-        "zavctl: a signal of ZAVService has more data than the library has room for (44 bytes, 550 "
-        "of a managed event): it ends the process\n";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words.data(), words.size());
-    std::signal(number, SIG_DFL); // abort() goes on
-}
-
-void WatchService()
-{
     g_bus_watch_name_on_connection(
         Bus(), kService, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, gpointer) {
@@ -152,6 +138,16 @@ void WatchService()
         nullptr, nullptr);
 }
 
+/** The library ends a process that gets more than it has room for; this tells what happened. */
+void OnAbort(int number)
+{
+    constexpr std::string_view words =
+        "zavctl: a signal of ZAVService has more data than the library has room for (44 bytes, 550 "
+        "of a managed event): it ends the process\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words.data(), words.size());
+    std::signal(number, SIG_DFL); // abort() goes on
+}
+
 gboolean SetFlag(gpointer flag)
 {
     *static_cast<bool*>(flag) = true;
@@ -160,35 +156,28 @@ gboolean SetFlag(gpointer flag)
 
 Action Monitor(CLI::App& verb)
 {
-    struct Given
-    {
-        int count = 0;
-        double seconds = 0;
-        int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
-    };
-    const auto given = std::make_shared<Given>();
-    verb.add_option("--count", given->count, "End after so many events")
+    static double seconds = 0;
+    static int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
+    verb.add_option("--count", monitor.count, "End after so many events")
         ->check(CLI::Range(1, INT_MAX));
-    verb.add_option("--for", given->seconds, "End after so many seconds")->check(CheckSeconds, "");
-    verb.add_option("--id", given->id, "The external device")->capture_default_str();
-    return [given] {
+    verb.add_option("--for", seconds, "End after so many seconds")->check(CheckSeconds, "");
+    verb.add_option("--id", id, "The external device")->capture_default_str();
+    return [] {
         bool late = false;
-        if (given->seconds > 0) {
-            timeLimit = std::min(Limit(), given->seconds);
-            g_timeout_add(static_cast<guint>(std::min(given->seconds * 1000, double{G_MAXINT})),
-                          SetFlag, &late);
+        if (seconds > 0) {
+            timeLimit = std::min(Limit(), seconds);
+            g_timeout_add(static_cast<guint>(std::min(seconds * 1000, double{G_MAXINT})), SetFlag,
+                          &late);
         }
-        monitor.count = given->count;
         Connect();
         std::signal(SIGABRT, OnAbort);
         g_unix_signal_add(SIGINT, SetFlag, &monitor.ended);
         g_unix_signal_add(SIGTERM, SetFlag, &monitor.ended);
-        const auto readerGone = [](gint, GIOCondition, gpointer) -> gboolean {
-            return SetFlag(&monitor.ended);
-        };
-        g_unix_fd_add(STDOUT_FILENO, G_IO_ERR, readerGone, nullptr);
-        Listen(given->id);
-        WatchService();
+        // Nobody reads any more.
+        g_unix_fd_add(
+            STDOUT_FILENO, G_IO_ERR,
+            [](gint, GIOCondition, gpointer flag) { return SetFlag(flag); }, &monitor.ended);
+        Listen(id);
         while (!monitor.ended && !late && !monitor.failure) {
             g_main_context_iteration(nullptr, TRUE);
             if (g_dbus_connection_is_closed(Bus()) != FALSE) {
@@ -229,16 +218,16 @@ bool IsReady()
 
 Action WaitForService(CLI::App& verb)
 {
-    const auto ready = std::make_shared<bool>(false);
-    verb.add_flag("--ready", *ready, "Until it answers that it is ready, too");
+    static bool ready = false;
+    verb.add_flag("--ready", ready, "Until it answers that it is ready, too");
     verb.footer("Waits for 30 s unless --timeout says otherwise.");
-    return [ready] {
+    return [] {
         const double end = Now() + timeLimit.value_or(30);
-        const auto isThere = [ready, end](bool& running) {
+        const auto isThere = [end](bool& running) {
             timeLimit = std::max(end - Now(), 1.0); // also the last look takes a moment
             running = IsRunning();
             // The library would start a service that is not there.
-            return running && (!*ready || IsReady());
+            return running && (!ready || IsReady());
         };
         for (bool running = false; !isThere(running); g_usleep(G_USEC_PER_SEC / 10)) {
             if (Now() >= end) {

@@ -8,7 +8,7 @@
 #include "Verbs.h"
 
 #include <iomanip>
-#include <iostream>
+#include <map>
 #include <sstream>
 #include <string_view>
 
@@ -20,51 +20,41 @@ namespace
 
 Action ShowTrace(CLI::App& verb)
 {
-    const auto given = std::make_shared<TraceOptions>();
-    verb.add_option("FILE", given->file, "The trace store")->required()->type_name("FILE");
-    verb.add_flag("--stat", given->stat, "A summary for each operation");
-    verb.add_option("--chrome", given->chrome, "Write a timeline to this file")->type_name("FILE");
-    return [given] {
-        given->json = asJson;
-        Trace(*given);
+    static TraceOptions options;
+    verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
+    verb.add_flag("--stat", options.stat, "A summary for each operation");
+    verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
+    return [] {
+        options.json = asJson;
+        Trace(options);
     };
 }
 
-constexpr std::pair<const char*, const char*> completionScripts[] = {
+const std::map<std::string, const char*> completionScripts = {
 #include "Completions.inc"
 };
 
-Words Shells(const Words& /*before*/)
-{
-    Words names;
-    for (const auto& [shell, script] : completionScripts) {
-        names.emplace_back(shell);
-    }
-    return names;
-}
-
 Action Completion(CLI::App& verb)
 {
-    const auto shell = std::make_shared<std::string>();
-    verb.add_option("SHELL", *shell, "bash, zsh or fish")->required()->type_name("SHELL");
-    return [shell] {
-        for (const auto& [name, script] : completionScripts) {
-            if (*shell == name) {
-                return PrintText(script);
-            }
+    static std::string shell;
+    verb.add_option("SHELL", shell, "bash, zsh or fish")->required()->type_name("SHELL");
+    return [] {
+        const auto script = completionScripts.find(shell);
+        if (script == completionScripts.end()) {
+            throw Failure(Cause::usage, "completion is for bash, zsh and fish");
         }
-        throw Failure(Cause::usage, "completion is for bash, zsh and fish");
+        PrintText(script->second);
     };
 }
 
 Action Help(CLI::App& verb)
 {
-    const auto words = std::make_shared<Words>();
-    verb.add_option("VERB", *words, "Which; all without one");
-    return [words, app = verb.get_parent()] {
+    static Words words;
+    verb.add_option("VERB", words, "Which; all without one");
+    return [app = verb.get_parent()] {
         const CLI::App* described = app;
         std::string path;
-        for (const std::string& word : *words) {
+        for (const std::string& word : words) {
             const auto found = described->get_subcommands(
                 [&word](const CLI::App* one) { return one->check_name(word); });
             if (found.empty()) {
@@ -85,9 +75,16 @@ const Verbs otherVerbs = {
 
 /** What may come after which kind of option or argument. */
 const Values values = {
-    {"METHOD", Methods},         {"SIGNAL", Signals},         {"MODE", ModeNames},
-    {"READABLE", ReadableNames}, {"SETTABLE", SettableNames}, {"SETTING", SettingsOf},
-    {"SHELL", Shells},
+    {"METHOD", Methods},
+    {"SIGNAL", Signals},
+    {"MODE", [](auto&) { return ModeNames(); }},
+    {"READABLE", [](auto&) { return ScalarNames(false); }},
+    {"SETTABLE", [](auto&) { return ScalarNames(true); }},
+    {"SETTING", [](auto& before) { return before.back() == "mode" ? ModeNames() : Words(); }},
+    {"SHELL",
+     [](auto&) {
+         return Words{"bash", "zsh", "fish"};
+     }},
 };
 
 std::string ExitCodes()

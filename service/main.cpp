@@ -25,28 +25,13 @@ constexpr const char* busName = "org.kelmar.tv.zav";
 constexpr int badUsage = 2;
 
 constexpr const char* footer = R"help(
-A fault lasts until a reset, or until another one for the same method takes its place; only a delay
-goes together with a reply or a failure. VALUE is in GVariant's text form, such as 5 or
-([byte 0x71, 1], 2, 16): a tuple is the whole body, anything else its only member.
-
-A scenario is a text file with one JSON object a line: "at", the milliseconds since ready, perhaps
-"every", the milliseconds until it is done again, and one of these, whose values are those of the
-options above:
-  # a comment
-  {"at": 0, "delay": "GetMode=2000"}
-  {"at": 0, "fail": "GetWooferLevel=org.freedesktop.DBus.Error.Failed"}
-  {"at": 0, "hang": "SetMode"}
-  {"at": 0, "reply": "GetMode=(5,)"}
-  {"at": 500, "every": 100, "emit": "SetCbSoundModeChange=(5,)"}  without =VALUE the body is empty
-  {"at": 2000, "clear": ""}                          forgets the calls
-  {"at": 3000, "reset": ""}                          state, faults and calls as at the start
-  {"at": 9000, "quit": ""}
-
-The options for faults and --scenario may be given several times.
-Prints "zav-sim: ready" once the service can be called, then a line for each call and each signal.
-The bus is that of DBUS_SYSTEM_BUS_ADDRESS, else the system bus. `zavctl sim` gives the same
-controls to a service that runs.
-Exit status: 0 ended by SIGINT, SIGTERM or "quit"; 1 no bus, bus lost, name taken, or output that
+VALUE is in GVariant's text form, such as 5 or ([byte 0x71, 1], 2, 16): a tuple is the whole body,
+anything else its only member. A scenario has a JSON object on each line, such as
+  {"at": 500, "every": 100, "emit": "SetCbSoundModeChange=(5,)"}
+with milliseconds since ready, perhaps milliseconds until it is done again, and one of delay, fail,
+hang, reply, emit, clear, reset, quit. zav-sim(1) tells more; `zavctl sim` does the same while it
+runs, on the bus of DBUS_SYSTEM_BUS_ADDRESS, else the system bus.
+Exit status: 0 ended by SIGINT, SIGTERM or quit; 1 no bus, bus lost, name taken, or output that
 cannot be written; 2 bad usage.
 )help";
 
