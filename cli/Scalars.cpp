@@ -148,7 +148,7 @@ Action Get(CLI::App& verb)
     static std::string name;
     verb.add_option("NAME", name, "Which value")->required()->type_name("READABLE");
     return [] {
-        const Scalar& scalar = Find(name, false);
+        const Scalar scalar = Find(name, false);
         const int value = Ask(scalar);
         json data;
         Add(data, scalar, value);
@@ -163,7 +163,7 @@ Action Set(CLI::App& verb)
     verb.add_option("NAME", name, "Which value")->required()->type_name("SETTABLE");
     verb.add_option("VALUE", text, "What to")->required()->type_name("SETTING");
     return [] {
-        const Scalar& scalar = Find(name, true);
+        const Scalar scalar = Find(name, true);
         const int value = scalar.kind == Kind::mode ? ParseMode(text) : ParseNumber(text);
         const int result = Request([set = scalar.set, value] { return set(value); }).result;
         if (result < 0) {
@@ -192,7 +192,7 @@ Action Status(CLI::App& /*verb*/)
             data[name] = nullptr;
             rows.push_back({name, "-"});
             try {
-                const Scalar& scalar = Find(name, false);
+                const Scalar scalar = Find(name, false);
                 const int value = Ask(scalar);
                 Add(data, scalar, value);
                 rows.back()[1].text = Text(scalar, value);

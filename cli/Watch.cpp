@@ -165,7 +165,7 @@ Action Monitor(CLI::App& verb)
     return [] {
         bool late = false;
         if (seconds > 0) {
-            timeLimit = std::min(Limit(), seconds);
+            timeLimit = std::min(Limit(), std::max(seconds, 1.0)); // connecting takes a moment
             g_timeout_add(static_cast<guint>(std::min(seconds * 1000, double{G_MAXINT})), SetFlag,
                           &late);
         }
