@@ -84,7 +84,7 @@ internal static class Tests
         new object[] { "GetEqualizerLevels", null, "GetEqualizerLevel ()", "5" },
         new object[] { "GetSpeakers", null, "GetSCL ()", "True: 1 1 2" },
         new object[] { "ForwardSpdifData", new byte[] { 1, 255 },
-            "ReceivedDataFromSpdif ([0x01, 0xff], 2)", "" },
+            "ReceivedDataFromSpdif ([byte 0x01, 0xff], 2)", "" },
     };
 
     private static void RequestsForwardAndConvert()
