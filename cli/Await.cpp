@@ -3,6 +3,7 @@
 
 #include "Failure.h"
 
+#include <glib.h>
 #include <iostream>
 #include <unistd.h>
 
@@ -25,23 +26,18 @@ double Now()
 
 void WaitUntil(const std::string& whom, const std::function<bool()>& holds)
 {
-    constexpr guint tick = 50; // ms between two looks at the clock
     constexpr double patience = 1;
     const double start = Now();
     bool told = isatty(STDERR_FILENO) == 0;
-    const guint source = g_timeout_add(
-        tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-    while (!holds() && Now() - start < Limit()) {
+    while (!holds()) {
+        if (Now() - start >= Limit()) {
+            g_autofree char* seconds = g_strdup_printf("%g", Limit());
+            throw Failure(Cause::noAnswer, whom + " did not answer within " + seconds + " s");
+        }
         if (!told && Now() - start >= patience) {
             std::cerr << "zavctl: waiting for " << whom << " ..." << std::endl;
             told = true;
         }
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    g_source_remove(source);
-    if (!holds()) {
-        g_autofree char* seconds = g_strdup_printf("%g", Limit());
-        throw Failure(Cause::noAnswer, whom + " did not answer within " + seconds + " s");
     }
 }
 

@@ -2,15 +2,15 @@
 /**
  * @file Await.h
  * Waiting with a limit. The library and GIO may block for long, so what blocks runs on a thread of
- * its own; the main thread serves the main context meanwhile, says after a second what is waited
- * for, and gives up at the limit. Signals keep their default: Ctrl-C ends the process at once.
+ * its own; the main thread says after a second what is waited for, and gives up at the limit.
+ * Signals keep their default: Ctrl-C ends the process at once.
  */
 #ifndef CLI_AWAIT_H
 #define CLI_AWAIT_H
 
+#include <chrono>
 #include <functional>
 #include <future>
-#include <glib.h>
 #include <optional>
 #include <string>
 #include <thread>
@@ -29,9 +29,11 @@ double Limit();
 /** Seconds on a clock that is never set. */
 double Now();
 
+constexpr auto kTick = std::chrono::milliseconds(50);
+
 /**
- * Serves the main context until the condition holds.
  * @param whom "ZAVService did not answer within 6 s"
+ * @param holds asked again and again; may take a tick each time
  * @throws Failure when it does not hold in time
  */
 void WaitUntil(const std::string& whom, const std::function<bool()>& holds);
@@ -45,16 +47,9 @@ auto Await(const std::string& whom, Call call)
 {
     std::packaged_task<decltype(call())()> task(std::move(call));
     auto result = task.get_future();
-    std::thread worker(
-        [](auto work) {
-            work();
-            g_main_context_wakeup(nullptr);
-        },
-        std::move(task));
+    std::thread worker(std::move(task));
     try {
-        WaitUntil(whom, [&result] {
-            return result.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-        });
+        WaitUntil(whom, [&result] { return result.wait_for(kTick) == std::future_status::ready; });
     } catch (...) {
         abandoned = true;
         worker.detach();

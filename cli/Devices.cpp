@@ -204,7 +204,11 @@ Action TunnelStatus(CLI::App& verb)
             },
             nullptr, &answer);
         RequestAcceptance([] { Api::RequestStatusFromCommonTunnelExternal(); });
-        WaitUntil("the external device", [] { return answer.came; });
+        WaitUntil("the external device", [] {
+            g_usleep(1000);
+            g_main_context_iteration(nullptr, FALSE);
+            return answer.came;
+        });
         Print({{"id", id}, {"connected", answer.connected}, {"text", answer.text}},
               {{"connected", answer.connected ? "yes" : "no"}, {"text", answer.text}});
     };
