@@ -3,7 +3,7 @@
 
 #include "Output.h"
 #include "Steps.h"
-#include "TraceStore.h"
+#include "TraceReader.h"
 
 #include <algorithm>
 #include <array>
@@ -12,13 +12,18 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <system_error>
+#include <thread>
+#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -48,11 +53,15 @@ std::string LocalTime(std::int64_t time)
     using namespace std::chrono;
     const nanoseconds sinceEpoch(time);
     const auto second = floor<seconds>(sinceEpoch);
-    const std::time_t clock = second.count();
-    std::tm local{};
-    localtime_r(&clock, &local);
-    std::array<char, 64> text{};
-    const std::size_t length = std::strftime(text.data(), text.size(), "%F %T", &local);
+    static std::time_t shown = -1; // worked out once a second: it costs more than a line
+    static std::array<char, 64> text{};
+    static std::size_t length = 0;
+    if (const std::time_t clock = second.count(); clock != shown || length == 0) {
+        std::tm local{};
+        localtime_r(&clock, &local);
+        length = std::strftime(text.data(), text.size(), "%F %T", &local);
+        shown = clock;
+    }
     const auto micros = duration_cast<microseconds>(sinceEpoch - second).count();
     std::snprintf(&text[length], text.size() - length, ".%06d", static_cast<int>(micros));
     return text.data();
@@ -66,23 +75,65 @@ std::string Dump(const json& data)
 
 // ---- What the lines of a thread tell ------------------------------------------------------------
 
-/** A request, as far as its lines are in the trace. */
+/** A log point, and what its lines are to the requests. */
+struct Point
+{
+    Step step;
+    std::string operation;
+};
+
+/** A record as the requests see it. */
+struct Line
+{
+    const Point* point;
+    std::int64_t time;
+    std::uint32_t thread;
+    std::string text; ///< only for those who show it
+};
+
+/** The log points of a reader. */
+class Points
+{
+public:
+    const Point& Of(const Record& record)
+    {
+        auto found = m_points.find(record.location);
+        if (found == m_points.end()) {
+            const auto& location = *record.location;
+            const Point point{StepOf(location.message), Operation(location)};
+            found = m_points.emplace(&location, point).first;
+        }
+        return found->second;
+    }
+
+private:
+    std::unordered_map<const trace::Location*, Point> m_points;
+};
+
+/** A request, or the making of the connection, as far as its lines are in the trace. */
 struct Request
 {
-    explicit Request(const Record& record) : announcement(&record), end(record.time) {}
+    explicit Request(const Line& line)
+        : operation(line.point->operation), announcement(line.text), start(line.time),
+          end(line.time), outcome(line.point->step), last(line.point->step)
+    {
+    }
 
-    const Record* announcement;
-    const Record* result = nullptr; ///< the line that tells how it went
-    Step outcome = Step::announced; ///< what that line is
-    std::int64_t end;               ///< time of its last line
+    const std::string& operation;
+    std::string announcement;
+    std::optional<std::string> result; ///< the text of the line that tells how it went
+    std::int64_t start;
+    std::int64_t end; ///< time of its last line
+    Step outcome;     ///< what the line is that tells how it went
     std::optional<std::int64_t> returned;
     int waits = 0;
     std::int64_t firstWait = 0;
     std::int64_t lastWait = 0;
 
     /** Whether the line is the request's; if not, its lines are over. */
-    bool Takes(const Record& record, Step step)
+    bool Takes(const Line& line)
     {
+        const Step step = line.point->step;
         const bool item = step == Step::line || step == Step::listed;
         const bool repeats = step == Step::waiting || item;
         if (step < last || (step == last && !repeats)) {
@@ -91,16 +142,16 @@ struct Request
             return false;
         }
         last = step;
-        end = record.time;
+        end = line.time;
         if (step == Step::waiting) {
-            firstWait = waits++ == 0 ? record.time : firstWait;
-            lastWait = record.time;
+            firstWait = waits++ == 0 ? line.time : firstWait;
+            lastWait = line.time;
         } else if (!item) {
-            result = &record;
+            result = line.text;
             outcome = step;
         }
         if ((step == Step::returned || step == Step::answered) && !returned) {
-            returned = record.time;
+            returned = line.time;
         }
         return true;
     }
@@ -114,83 +165,113 @@ struct Request
     }
 
 private:
-    Step last = Step::announced;
+    Step last;
 };
+
+bool Begins(Step step)
+{
+    return step == Step::entry || step == Step::connecting || step == Step::announced;
+}
 
 /** A call into the library: of an exported function, or of a method that makes a request. */
 struct Call
 {
-    std::string operation;
+    explicit Call(const Line& line)
+        : operation(line.point->operation), exported(line.point->step == Step::entry),
+          start(line.time), end(line.time)
+    {
+        if (!exported) {
+            requests.emplace_back(line);
+        }
+    }
+
+    const std::string& operation;
     bool exported;
     std::int64_t start;
     std::int64_t end;
-    std::optional<Request> request;
+    std::vector<Request> requests; ///< the making of the connection may come before the other
 
-    bool Takes(const Record& record, Step step)
+    bool Takes(const Line& line)
     {
-        if (step == Step::bridge) {
-            return exported;
+        const auto& [step, name] = *line.point;
+        const bool isOwn = exported && name == operation;
+        Request* const latest = requests.empty() ? nullptr : &requests.back();
+        const bool isAsked = latest && latest->operation == operation; // what was called for
+        bool takes = false;
+        if (exported && ((step == Step::connecting && !latest) ||
+                         (step == Step::announced && isOwn && !isAsked))) {
+            requests.emplace_back(line);
+            takes = true;
+        } else if (step == Step::bridge || !latest || latest->operation != name) {
+            takes = isOwn && step != Step::entry && (step == Step::bridge || !isAsked);
+        } else {
+            takes = step != Step::entry && latest->Takes(line);
         }
-        return !request || request->Takes(record, step);
+        end = takes ? line.time : end;
+        return takes;
     }
 };
 
-struct Thread
+/**
+ * Hands each call to the view when it is over, those of a thread in their order, and the lines
+ * outside of calls as they come.
+ */
+template <class View>
+void ShowCalls(trace::Reader& reader, View& view)
 {
-    std::vector<Call> calls;
-    std::vector<const Record*> others; ///< the lines outside of calls
-
-    void Follow(const Record& record)
-    {
-        const Step step = StepOf(record.location->message);
-        const std::string operation = trace::Operation(*record.location);
-        Call* call = calls.empty() || calls.back().operation != operation ? nullptr : &calls.back();
-        if (step == Step::entry || (step == Step::announced && (!call || call->request))) {
-            call = &calls.emplace_back(
-                Call{operation, step == Step::entry, record.time, record.time, {}});
+    Points points;
+    std::map<std::uint32_t, std::optional<Call>> threads; // the current call of each
+    while (const Record* record = reader.Next()) {
+        const Line line{&points.Of(*record), record->time, record->thread,
+                        View::kWithTexts ? Message(*record) : std::string()};
+        if (threads.empty()) {
+            view.Start(line.time);
         }
-        if (step == Step::announced) {
-            call->request.emplace(record);
-        } else if (step != Step::entry && !(call && call->Takes(record, step))) {
-            others.push_back(&record);
-            return;
+        std::optional<Call>& call = threads[line.thread];
+        if (call && call->Takes(line)) {
+            continue;
         }
-        call->end = record.time;
+        if (!Begins(line.point->step)) {
+            view.Add(line);
+            continue;
+        }
+        if (call) {
+            view.Add(line.thread, *call);
+        }
+        call.emplace(line);
     }
-};
-
-std::map<std::uint32_t, Thread> Threads(const trace::Store& store)
-{
-    std::map<std::uint32_t, Thread> threads;
-    for (const Record& record : store.records) {
-        threads[record.thread].Follow(record);
+    for (const auto& [thread, call] : threads) {
+        if (call) {
+            view.Add(thread, *call);
+        }
     }
-    return threads;
 }
 
 // ---- The records --------------------------------------------------------------------------------
 
-void ShowAsText(const Record& record)
+void ShowAsText(const Record& record, const Point& point)
 {
     std::string line = LocalTime(record.time) + ' ' + std::to_string(record.thread) + ' ' +
-                       trace::Operation(*record.location) + ": " + trace::Message(record);
+                       point.operation + ": " + trace::Message(record);
     std::ranges::replace_if(
         line, [](unsigned char c) { return c < ' ' || c == 0x7F; }, ' ');
     std::cout << line << '\n';
 }
 
-void ShowAsJson(const Record& record)
+void ShowAsJson(const Record& record, const Point& point)
 {
+    std::vector<trace::Value> values;
+    trace::Decode(*record.location, record.payload, values);
     json arguments = json::array();
     auto type = record.location->arguments.begin();
-    for (const trace::Value& value : trace::Arguments(record)) {
+    for (const trace::Value& value : values) {
         json argument;
         std::visit([&argument](const auto& plain) { argument = plain; }, value);
         arguments.push_back((type++)->typeName == "bool" ? json(argument != 0) : argument);
     }
-    std::cout << Dump({{"time", record.time},
+    std::cout << Dump({{"time", std::to_string(record.time)}, // more digits than a double has
                        {"thread", record.thread},
-                       {"operation", trace::Operation(*record.location)},
+                       {"operation", point.operation},
                        {"function", record.location->function},
                        {"file", record.location->file},
                        {"line", record.location->line},
@@ -200,13 +281,30 @@ void ShowAsJson(const Record& record)
               << '\n';
 }
 
+/** Shows the records there are; or, to follow them, also those that come while somebody traces. */
+void ShowRecords(trace::Reader& reader, const TraceOptions& options)
+{
+    Points points;
+    bool mayCome = true;
+    while (mayCome) {
+        mayCome = options.follow && reader.IsInUse(); // asked before the last look
+        while (const Record* record = reader.Next()) {
+            (options.json ? ShowAsJson : ShowAsText)(*record, points.Of(*record));
+        }
+        if (mayCome && std::cout.flush()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        mayCome = mayCome && std::cout;
+    }
+}
+
 // ---- The summary --------------------------------------------------------------------------------
 
 struct Summary
 {
     int requests = 0;
     int waits = 0;
-    std::vector<std::uint64_t> durations; ///< of the requests whose end is in the trace
+    std::deque<std::uint64_t> durations; ///< of the requests whose end is in the trace
     std::map<Step, int> outcomes;
 
     void Add(const Request& request)
@@ -215,7 +313,7 @@ struct Summary
         waits += request.waits;
         ++outcomes[request.outcome];
         if (request.result) {
-            durations.push_back(Elapsed(request.announcement->time, request.end));
+            durations.push_back(Elapsed(request.start, request.end));
         }
     }
 
@@ -225,8 +323,10 @@ struct Summary
         if (durations.empty()) {
             return nullptr;
         }
-        std::ranges::sort(durations);
-        return Microseconds(durations[(durations.size() * percent + 99) / 100 - 1]);
+        const std::size_t rank = (durations.size() * percent + 99) / 100;
+        const auto place = durations.begin() + static_cast<std::ptrdiff_t>(rank - 1);
+        std::ranges::nth_element(durations, place);
+        return Microseconds(*place);
     }
 
     json Describe(const std::string& operation)
@@ -238,38 +338,46 @@ struct Summary
                 {"busy_waits", waits},
                 {"gave_up", outcomes[Step::gaveUp]},
                 {"no_proxy", outcomes[Step::noProxy]},
-                {"no_answer", outcomes[Step::noAnswer]}};
+                {"no_answer", outcomes[Step::noAnswer]},
+                {"not_connected", outcomes[Step::notConnected]}};
     }
 };
 
-void PrintSummary(const std::map<std::uint32_t, Thread>& threads, bool asJson)
+/** Adds the requests up by operation. */
+struct Summaries : std::map<std::string, Summary>
 {
-    std::map<std::string, Summary> summaries;
-    for (const auto& [number, thread] : threads) {
-        for (const Call& call : thread.calls) {
-            if (call.request) {
-                summaries[call.operation].Add(*call.request);
+    static constexpr bool kWithTexts = false;
+
+    void Start(std::int64_t /*time*/) {}
+    void Add(const Line& /*line*/) {}
+    void Add(std::uint32_t /*thread*/, const Call& call)
+    {
+        for (const Request& request : call.requests) {
+            (*this)[request.operation].Add(request);
+        }
+    }
+
+    void Print(bool asJson)
+    {
+        std::vector<Row> table(1);
+        const json names = Summary().Describe("");
+        for (const auto& [name, value] : names.items()) {
+            table[0].push_back(name);
+        }
+        for (auto& [operation, summary] : *this) {
+            const json values = summary.Describe(operation);
+            if (asJson) {
+                std::cout << Dump(values) << '\n';
             }
+            Row& row = table.emplace_back(Row{operation});
+            std::transform(std::next(values.begin()), values.end(), std::back_inserter(row),
+                           [](const json& value) { return value.is_null() ? "-" : Dump(value); });
+        }
+        if (!asJson) {
+            PrintRows(table);
         }
     }
-    std::vector<Row> table(1);
-    const json names = Summary().Describe("");
-    for (const auto& [name, value] : names.items()) {
-        table[0].push_back(name);
-    }
-    for (auto& [operation, summary] : summaries) {
-        const json values = summary.Describe(operation);
-        if (asJson) {
-            std::cout << Dump(values) << '\n';
-        }
-        Row& row = table.emplace_back(Row{operation});
-        std::transform(std::next(values.begin()), values.end(), std::back_inserter(row),
-                       [](const json& value) { return value.is_null() ? "-" : Dump(value); });
-    }
-    if (!asJson) {
-        PrintRows(table);
-    }
-}
+};
 
 // ---- The timeline -------------------------------------------------------------------------------
 
@@ -280,92 +388,106 @@ void PrintSummary(const std::map<std::uint32_t, Thread>& threads, bool asJson)
 class Timeline
 {
 public:
-    Timeline(std::ostream& out, const trace::Store& store)
-        : m_out(out), m_process(store.process),
-          m_start(store.records.empty() ? 0 : store.records.front().time)
-    {
-    }
+    static constexpr bool kWithTexts = true;
 
-    void Write(const std::map<std::uint32_t, Thread>& threads)
+    Timeline(std::ostream& out, std::uint32_t process) : m_out(out), m_process(process)
     {
         m_out << "{\"traceEvents\":[";
-        for (const auto& [number, thread] : threads) {
-            m_thread = number;
-            const bool isMain = number == m_process;
-            const std::string name = (isMain ? "main thread " : "thread ") + std::to_string(number);
-            Add("M", m_start, {{"name", "thread_name"}, {"args", {{"name", name}}}});
-            std::ranges::for_each(thread.calls, [this](const Call& call) { AddCall(call); });
-            for (const Record* record : thread.others) {
-                Add("i", record->time,
-                    {{"name", trace::Operation(*record->location)},
-                     {"s", "t"},
-                     {"args", {{"message", trace::Message(*record)}}}});
-            }
-        }
+    }
+
+    void Start(std::int64_t time) { m_start = time; }
+
+    void Finish()
+    {
         m_out << "],\n\"displayTimeUnit\":\"ms\",\n\"otherData\":"
               << Dump({{"start", LocalTime(m_start)}}) << "}\n";
     }
 
-private:
-    void Add(const char* phase, std::int64_t time, json event)
+    void Add(const Line& line)
     {
+        Write(line.thread, "i", line.time,
+              {{"name", line.point->operation}, {"s", "t"}, {"args", {{"message", line.text}}}});
+    }
+
+    void Add(std::uint32_t thread, const Call& call)
+    {
+        if (call.exported) {
+            Begin(thread, call.start, "export " + call.operation);
+        }
+        for (const Request& request : call.requests) {
+            AddRequest(thread, request);
+        }
+        if (call.exported) {
+            End(thread, call.end);
+        }
+    }
+
+private:
+    void Write(std::uint32_t thread, const char* phase, std::int64_t time, json event)
+    {
+        if (m_named.insert(thread).second) {
+            const std::string name = (thread == m_process ? "main thread " : "thread ");
+            Write(thread, "M", m_start,
+                  {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
+        }
         event["ph"] = phase;
         event["pid"] = m_process;
-        event["tid"] = m_thread;
+        event["tid"] = thread;
         event["ts"] = Microseconds(Elapsed(m_start, time));
         m_out << std::exchange(m_separator, ",\n") << Dump(event);
     }
 
-    void Begin(std::int64_t time, const std::string& name, const json& args = json::object())
+    void Begin(std::uint32_t thread, std::int64_t time, const std::string& name,
+               const json& args = json::object())
     {
-        Add("B", time, {{"name", name}, {"args", args}});
+        Write(thread, "B", time, {{"name", name}, {"args", args}});
     }
 
-    void End(std::int64_t time) { Add("E", time, json::object()); }
+    void End(std::uint32_t thread, std::int64_t time) { Write(thread, "E", time, json::object()); }
 
-    void AddCall(const Call& call)
+    void AddRequest(std::uint32_t thread, const Request& request)
     {
-        if (call.exported) {
-            Begin(call.start, "export " + call.operation);
-        }
-        if (call.request) {
-            AddRequest(call.operation, *call.request);
-        }
-        if (call.exported) {
-            End(call.end);
-        }
-    }
-
-    void AddRequest(const std::string& operation, const Request& request)
-    {
-        json args = {{"announcement", trace::Message(*request.announcement)},
-                     {"busy_waits", request.waits}};
+        json args = {{"announcement", request.announcement}, {"busy_waits", request.waits}};
         if (request.result) {
-            args["result"] = trace::Message(*request.result);
+            args["result"] = *request.result;
         }
-        Begin(request.announcement->time, operation, args);
+        Begin(thread, request.start, request.operation, args);
         if (request.waits > 0) {
-            Begin(request.firstWait, "wait for the lock");
-            End(request.WaitEnd());
+            Begin(thread, request.firstWait, "wait for the lock");
+            End(thread, request.WaitEnd());
         }
         if (request.returned) {
-            Begin(request.waits > 0 ? request.WaitEnd() : request.announcement->time, "call");
-            End(*request.returned);
+            Begin(thread, request.waits > 0 ? request.WaitEnd() : request.start, "call");
+            End(thread, *request.returned);
         }
-        End(request.end);
+        End(thread, request.end);
     }
 
     std::ostream& m_out;
     const std::uint32_t m_process;
-    const std::int64_t m_start;
-    std::uint32_t m_thread = 0;
+    std::int64_t m_start = 0;
+    std::set<std::uint32_t> m_named;
     const char* m_separator = "\n";
 };
 
-void WriteTimeline(const std::string& path, const trace::Store& store)
+/** A timeline is made anew, but not where a trace is. */
+void CheckIsNoTrace(const std::string& path)
 {
+    std::uint64_t magic = 0;
+    if (std::filesystem::is_regular_file(path) &&
+        std::ifstream(path).read(reinterpret_cast<char*>(&magic), sizeof magic) &&
+        ((magic ^ lumo::format::kMagic) & lumo::format::kMagicOfAny) == 0) {
+        throw Failure(Cause::usage, path + ": is a trace store; the timeline would destroy it");
+    }
+}
+
+void WriteTimeline(const std::string& path, trace::Reader& reader)
+{
+    CheckIsNoTrace(path);
     std::ofstream out(path);
-    Timeline(out, store).Write(Threads(store));
+    Timeline timeline(out, reader.Process());
+    ShowCalls(reader, timeline);
+    timeline.Finish();
     out.close();
     if (!out) {
         throw Failure(Cause::failed,
@@ -373,28 +495,38 @@ void WriteTimeline(const std::string& path, const trace::Store& store)
     }
 }
 
+void Tell(const std::string& file, std::uint64_t count, const char* what)
+{
+    if (count > 0) {
+        std::cerr << "zavctl: " << file << ": " << count << what << '\n';
+    }
+}
+
 } // namespace
 
 void Trace(const TraceOptions& options)
 try {
-    const trace::Store store = trace::ReadStore(options.file);
+    if (options.follow && (options.stat || !options.chrome.empty())) {
+        throw Failure(Cause::usage, "--follow shows records: not with --stat or --chrome");
+    }
+    std::optional<trace::Reader> reader; // each view reads the store for itself
     if (!options.chrome.empty()) {
-        WriteTimeline(options.chrome, store);
+        WriteTimeline(options.chrome, reader.emplace(options.file));
     }
     if (options.stat) {
-        PrintSummary(Threads(store), options.json);
+        Summaries summaries;
+        ShowCalls(reader.emplace(options.file), summaries);
+        summaries.Print(options.json);
     } else if (options.chrome.empty() || options.json) {
-        std::ranges::for_each(store.records, options.json ? ShowAsJson : ShowAsText);
+        ShowRecords(reader.emplace(options.file), options);
     }
     if (!std::cout.flush()) {
         throw Failure(Cause::failed, "standard output: cannot be written");
     }
-    if (store.dropped > 0) {
-        std::cerr << "zavctl: " << options.file << ": " << store.dropped
-                  << " records found no room\n";
-    }
-    if (store.damage) {
-        throw std::runtime_error("damaged: " + *store.damage);
+    Tell(options.file, reader->Dropped(), " records found no room");
+    Tell(options.file, reader->Overwritten(), " records gave way to newer ones");
+    if (reader->Damage()) {
+        throw std::runtime_error("damaged: " + *reader->Damage());
     }
 } catch (const Failure&) {
     throw;

@@ -14,9 +14,10 @@ namespace cli
 struct TraceOptions
 {
     std::string file;
-    bool json = false;  ///< one JSON object a line
-    bool stat = false;  ///< a summary for each operation
-    std::string chrome; ///< where to write a timeline, "" for none
+    bool json = false;   ///< one JSON object a line
+    bool stat = false;   ///< a summary for each operation
+    bool follow = false; ///< go on with the records that come while somebody traces
+    std::string chrome;  ///< where to write a timeline, "" for none
 };
 
 /**

@@ -23,6 +23,7 @@ Action ShowTrace(CLI::App& verb)
     static TraceOptions options;
     verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
     verb.add_flag("--stat", options.stat, "A summary for each operation");
+    verb.add_flag("--follow", options.follow, "Go on while the program runs that traces");
     verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
     return [] {
         options.json = asJson;

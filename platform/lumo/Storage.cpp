@@ -3,9 +3,11 @@
  * @file Storage.cpp
  * Stand-in for the platform's trace storage: one memory-mapped file that outlives the process.
  *
- * LUMO_TRACE=FILE turns it on when the library is loaded, LUMO_TRACE_LIMIT=BYTES bounds the file.
- * Each thread takes chunks of its own, so writing a record needs neither a lock nor a system call.
+ * LUMO_TRACE=FILE turns it on when the library is loaded; the first log point makes the file. Each
+ * thread has a run of chunks of its own, so writing a record needs neither a lock nor a system
+ * call. Who takes a run or leaves one holds the lock in the header.
  */
+#include "StoreFile.h"
 #include "TraceFormat.h"
 #include "lumo.h"
 
@@ -16,43 +18,50 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
+#include <filesystem>
 #include <optional>
 #include <pthread.h>
+#include <stdexcept>
 #include <string_view>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 using namespace lumo::format;
 
 unsigned char TIStorageManagerState::enabled = 0;
 
+/** Where a thread writes. */
 struct lumo::TCThreadHandle
 {
     unsigned char* next;    ///< where the next record goes
-    unsigned char* end;     ///< of the thread's current run of chunks
+    unsigned char* end;     ///< of the run; null without one
     std::uint32_t prepared; ///< length of the record at `next`
-    std::uint32_t thread;   ///< its number; 0 until it has taken a chunk
+    std::uint32_t records;  ///< in the run
+    std::uint32_t thread;   ///< its number; 0 until it has taken a run
+    std::uint32_t chunk;    ///< the first of the run
 };
 
 namespace
 {
 
-constexpr std::uint32_t DefaultLimit = 16U << 20;
+using lumo::TCThreadHandle;
 
-// Without a file this header stands in for a store that is full from the start, so that nothing
-// else has to ask whether there is one.
-constinit FileHeader noStore{};
-constinit FileHeader* store = &noStore;
+constexpr std::uint32_t kDefaultLimit = 16U << 20;
+
+// Bytes; a run with less is not handed on. Twice what nearly every record needs, so that the run
+// that was left last does for the next thread.
+constexpr std::uint32_t kSmallestRest = 512;
+
+/** The file to trace into, made when the first log point fires; null: none. */
+constinit const std::string* wanted = nullptr;
 
 // Of a trivial type and in the static TLS block: reaching it takes no call.
-constinit thread_local __attribute__((tls_model("initial-exec"))) lumo::TCThreadHandle ownHandle{};
+constinit thread_local __attribute__((tls_model("initial-exec"))) TCThreadHandle ownHandle{};
 
-std::uint64_t Nanoseconds(clockid_t clock)
+std::uint64_t Now()
 {
     timespec now{};
-    clock_gettime(clock, &now);
+    clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
            static_cast<std::uint64_t>(now.tv_nsec);
 }
@@ -70,102 +79,303 @@ std::optional<std::uint32_t> ParseLimit(std::string_view text)
     } else if (!unit.empty()) {
         return std::nullopt;
     }
-    if (error != std::errc() || limit < SmallestStore || limit > LargestStore) {
+    if (error != std::errc() || limit < kSmallestStore || limit > kLargestStore) {
         return std::nullopt;
     }
     return static_cast<std::uint32_t>(limit);
 }
 
-/**
- * Reserves the space as well: a disk that is full is found now, not as a SIGBUS later. And brings
- * it into memory: a page that is first touched by a record costs as much as dozens of them.
- */
-void* MapNewFile(const char* path, std::uint32_t size)
-{
-    // A file of an earlier run is replaced, not rewritten: another process may still have it
-    // mapped. Anything but a plain file is left alone, and O_EXCL then fails.
-    struct stat existing;
-    if (lstat(path, &existing) == 0 && S_ISREG(existing.st_mode)) {
-        unlink(path);
-    }
-    const int file = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0) {
-        return MAP_FAILED;
-    }
-    void* memory = MAP_FAILED;
-    errno = posix_fallocate(file, 0, static_cast<off_t>(size));
-    if (errno == 0) {
-        memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    }
-    const int error = errno;
-    close(file);
-    if (memory == MAP_FAILED) {
-        unlink(path);
-    } else {
-        madvise(memory, size, MADV_POPULATE_WRITE); // before Linux 5.14 it does nothing
-    }
-    errno = error;
-    return memory;
-}
+// ---- The store ----------------------------------------------------------------------------------
 
-__attribute__((constructor)) void OpenStore()
+using Rest = std::uint32_t FileHeader::*;
+
+pthread_key_t threadEnd; // has a destructor, which runs when a thread ends
+
+void Leave(TCThreadHandle& handle, Rest rest);
+
+FileHeader* MakeWantedStore()
 {
-    const char* path = secure_getenv("LUMO_TRACE");
-    if (!path || !*path) {
-        return;
-    }
-    const char* limitText = secure_getenv("LUMO_TRACE_LIMIT");
-    const auto limit = limitText ? ParseLimit(limitText) : DefaultLimit;
+    const char* const limitText = secure_getenv("LUMO_TRACE_LIMIT");
+    const auto limit = limitText ? ParseLimit(limitText) : kDefaultLimit;
     if (!limit) {
-        std::fprintf(stderr,
-                     "ruvi-lumo: LUMO_TRACE_LIMIT=%s is not from 20K to 1024M; not tracing\n",
-                     limitText);
-        return;
+        throw std::runtime_error(std::string("LUMO_TRACE_LIMIT=") + limitText +
+                                 " is not from 20K to 1024M");
     }
-    const std::uint32_t chunks = (*limit - HeaderBlock) / ChunkSize;
-    void* memory = MapNewFile(path, HeaderBlock + chunks * ChunkSize);
-    if (memory == MAP_FAILED) {
-        std::fprintf(stderr, "ruvi-lumo: cannot make LUMO_TRACE=%s: %s; not tracing\n", path,
-                     std::strerror(errno));
-        return;
+    const char* const modeText = secure_getenv("LUMO_TRACE_MODE");
+    const std::string_view mode = modeText ? modeText : "keep";
+    if (mode != "keep" && mode != "overwrite") {
+        throw std::runtime_error("LUMO_TRACE_MODE=" + std::string(mode) +
+                                 " is neither keep nor overwrite");
     }
-    store = static_cast<FileHeader*>(memory);
-    store->chunkSize = ChunkSize;
-    store->chunkCount = chunks;
-    store->clockOffset =
-        static_cast<std::int64_t>(Nanoseconds(CLOCK_REALTIME) - Nanoseconds(CLOCK_MONOTONIC));
-    store->process = static_cast<std::uint32_t>(getpid());
-    std::atomic_ref(store->magic).store(Magic, std::memory_order_release);
-    // The one thread that a fork leaves must not go on in its parent's chunk.
-    pthread_atfork(nullptr, nullptr, [] { ownHandle = {}; });
-    TIStorageManagerState::enabled = 1;
+    return lumo::MakeStore(*wanted, *limit, mode == "keep" ? Mode::keep : Mode::overwrite);
 }
 
-/** Gives the thread a new run of chunks with room for a record of this length, or counts a drop. */
-bool TakeChunks(lumo::TCThreadHandle& handle, std::uint64_t length)
+FileHeader* OpenStore()
 {
-    const std::uint64_t span = ChunksFor(length);
-    const std::atomic_ref nextChunk(store->nextChunk);
-    std::uint32_t first = nextChunk.load(std::memory_order_relaxed);
-    do {
-        if (span > store->chunkCount - first) {
-            std::atomic_ref(store->dropped).fetch_add(1, std::memory_order_relaxed);
-            return false;
+    // Stands in for a store that is full from the start, so that nothing has to ask for one.
+    static constinit FileHeader none{};
+    if (wanted == nullptr) {
+        return &none;
+    }
+    const int callersErrno = errno;
+    try {
+        FileHeader* const store = MakeWantedStore();
+        pthread_key_create(&threadEnd, [](void* handle) {
+            Leave(*static_cast<TCThreadHandle*>(handle), &FileHeader::recordsRest);
+        });
+        // The one thread that a fork leaves must not go on in its parent's run.
+        pthread_atfork(nullptr, nullptr, [] { ownHandle = {}; });
+        errno = callersErrno;
+        return store;
+    } catch (const std::exception& reason) {
+        std::fprintf(stderr, "ruvi-lumo: cannot trace into LUMO_TRACE=%s: %s\n", wanted->c_str(),
+                     reason.what());
+    }
+    errno = callersErrno;
+    std::atomic_ref(TIStorageManagerState::enabled).store(0, std::memory_order_relaxed);
+    return &none;
+}
+
+FileHeader& Store()
+{
+    static FileHeader* const store = OpenStore();
+    return *store;
+}
+
+/** Kept whole: a program that leaves for another folder traces into the file that was meant. */
+__attribute__((constructor)) void ReadEnvironment()
+{
+    const char* const path = secure_getenv("LUMO_TRACE");
+    if (path && *path) {
+        std::error_code error; // without a working folder: as it is
+        const auto whole = std::filesystem::absolute(path, error);
+        wanted = new std::string(error ? path : whole.string());
+        TIStorageManagerState::enabled = 1;
+    }
+}
+
+class Lock
+{
+public:
+    Lock() : m_mutex(reinterpret_cast<pthread_mutex_t*>(Store().lock))
+    {
+        if (pthread_mutex_lock(m_mutex) == EOWNERDEAD) {
+            pthread_mutex_consistent(m_mutex);
         }
-    } while (!nextChunk.compare_exchange_weak(first, first + static_cast<std::uint32_t>(span),
-                                              std::memory_order_relaxed));
+    }
+    ~Lock() { pthread_mutex_unlock(m_mutex); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+private:
+    pthread_mutex_t* const m_mutex;
+};
+
+Chunk& Entry(std::uint32_t chunk)
+{
+    return reinterpret_cast<Chunk*>(&Store() + 1)[chunk];
+}
+
+unsigned char* Begin(std::uint32_t chunk)
+{
+    return reinterpret_cast<unsigned char*>(&Store()) + ChunksOffset(Store().chunkCount) +
+           std::size_t{chunk} * kChunkSize;
+}
+
+ChunkState StateOf(Chunk& entry)
+{
+    return std::atomic_ref(entry.state).load(std::memory_order_relaxed);
+}
+
+/** Readers look at the entry before and after they read the run. */
+void SetState(Chunk& entry, ChunkState state)
+{
+    std::atomic_ref(entry.state).store(state, std::memory_order_release);
+    std::atomic_thread_fence(std::memory_order_release);
+}
+
+/** Whether a part of the store can be written to. */
+bool HasPlace(void* start, std::size_t size)
+{
+    const int error = lumo::Populate(start, size);
+    return error == 0 || error == EINVAL;
+}
+
+void CountDropped()
+{
+    std::atomic_ref(Store().dropped).fetch_add(1, std::memory_order_relaxed);
+}
+
+// ---- Runs, with the lock held -------------------------------------------------------------------
+
+/** Adjoining chunks; more than were looked for where a longer run gave way. */
+struct Place
+{
+    std::uint32_t first;
+    std::uint32_t end;
+};
+
+/** Looks from the cursor on; where old records give way, all around. */
+std::optional<Place> FindPlace(std::uint32_t span)
+{
+    const FileHeader& store = Store();
+    const bool overwrites = store.mode == Mode::overwrite;
+    std::uint32_t at = store.cursor;
+    std::uint32_t free = 0; // chunks before `at`
+    for (std::uint32_t looked = 0; looked < 2 * store.chunkCount;) {
+        if (at == store.chunkCount) {
+            if (!overwrites) {
+                break;
+            }
+            at = free = 0;
+        }
+        Chunk& entry = Entry(at);
+        const ChunkState state = StateOf(entry);
+        const bool isUnused = state == ChunkState::unused;
+        const bool isFree = isUnused || (overwrites && state == ChunkState::closed);
+        const std::uint32_t length = isUnused ? 1 : entry.span;
+        at += length;
+        looked += length;
+        free = isFree ? free + length : 0;
+        if (free >= span) {
+            return Place{at - free, at};
+        }
+    }
+    return std::nullopt;
+}
+
+bool TakeNew(TCThreadHandle& handle, std::uint32_t span)
+{
+    FileHeader& store = Store();
+    const auto place = FindPlace(span);
+    if (!place || !HasPlace(&Entry(place->first), (place->end - place->first) * sizeof(Chunk))) {
+        return false;
+    }
+    for (std::uint32_t i = place->first; i < place->end; ++i) {
+        Chunk& old = Entry(i);
+        if (old.state == ChunkState::closed) {
+            SetState(old, ChunkState::unused);
+            store.overwritten += old.records;
+            ++old.lap;
+        }
+    }
+    store.cursor = place->first + span;
+    Chunk& entry = Entry(place->first);
+    ++entry.lap;
+    entry.span = span;
+    SetState(entry, ChunkState::taken);
+    handle.chunk = place->first;
+    handle.next = Begin(handle.chunk);
+    handle.records = 0;
+    return true;
+}
+
+/** The one that was left last, if it has room. */
+bool TakeRest(TCThreadHandle& handle, std::uint64_t length, std::uint32_t& rest)
+{
+    if (rest == 0) {
+        return false;
+    }
+    const Chunk& entry = Entry(rest - 1);
+    const std::uint64_t room = std::uint64_t{entry.span} * kChunkSize - entry.used;
+    if (room < length + kSmallestRest / 2) { // the thread's number comes first
+        return false;
+    }
+    handle.chunk = rest - 1;
+    handle.next = Begin(handle.chunk) + entry.used;
+    handle.records = entry.records;
+    rest = entry.nextRest;
+    return true;
+}
+
+void Put(TCThreadHandle& handle, std::uint32_t& rest)
+{
+    Chunk& entry = Entry(handle.chunk);
+    entry.records = handle.records;
+    entry.used = static_cast<std::uint32_t>(handle.next - Begin(handle.chunk));
+    entry.lastThread = handle.thread;
+    if (handle.end - handle.next >= std::ptrdiff_t{kSmallestRest}) {
+        entry.nextRest = std::exchange(rest, handle.chunk + 1);
+    } else if (entry.state == ChunkState::records) {
+        SetState(entry, ChunkState::closed);
+    }
+    handle.next = handle.end = nullptr;
+}
+
+// ---- Records ------------------------------------------------------------------------------------
+
+RecordHeader* HeaderAt(unsigned char* place)
+{
+    return reinterpret_cast<RecordHeader*>(place);
+}
+
+unsigned char* Prepare(TCThreadHandle& handle, std::uint64_t length, std::uint32_t location)
+{
+    RecordHeader* const record = HeaderAt(handle.next);
+    record->location = location;
+    record->time = Now();
+    handle.prepared = static_cast<std::uint32_t>(length);
+    return handle.next + sizeof *record;
+}
+
+void Publish(TCThreadHandle& handle)
+{
+    RecordHeader* const record = HeaderAt(handle.next);
+    handle.next += Padded(handle.prepared);
+    // A record that was prepared here and given up may have left bytes where the next one begins.
+    if (handle.next < handle.end) {
+        HeaderAt(handle.next)->length = 0;
+    }
+    std::atomic_ref(record->length).store(handle.prepared, std::memory_order_release);
+}
+
+/** A run that another thread has begun tells from where on it is this one's. */
+void WriteThread(TCThreadHandle& handle)
+{
+    std::memcpy(Prepare(handle, sizeof(RecordHeader) + sizeof handle.thread, 0), &handle.thread,
+                sizeof handle.thread);
+    Publish(handle);
+}
+
+void Leave(TCThreadHandle& handle, Rest rest)
+{
+    if (handle.end != nullptr) {
+        const Lock lock;
+        Put(handle, Store().*rest);
+    }
+}
+
+/** Gives the handle a run of this kind with room for a record of this length, or counts a drop. */
+bool Take(TCThreadHandle& handle, std::uint64_t length, ChunkState kind, Rest rest)
+{
+    Leave(handle, rest);
     if (handle.thread == 0) {
         handle.thread = static_cast<std::uint32_t>(gettid());
     }
-
-    unsigned char* run = reinterpret_cast<unsigned char*>(store) + HeaderBlock +
-                         static_cast<std::size_t>(first) * ChunkSize;
-    auto* header = reinterpret_cast<ChunkHeader*>(run);
-    header->span = static_cast<std::uint32_t>(span);
-    header->thread = handle.thread;
-    std::atomic_ref(header->mark).store(ChunkMark, std::memory_order_release);
-    handle.next = run + sizeof(ChunkHeader);
-    handle.end = run + static_cast<std::size_t>(span) * ChunkSize;
+    {
+        const Lock lock;
+        if (!TakeRest(handle, length, Store().*rest) &&
+            !TakeNew(handle, static_cast<std::uint32_t>(ChunksFor(length)))) {
+            CountDropped();
+            return false;
+        }
+    }
+    Chunk& entry = Entry(handle.chunk);
+    handle.end = Begin(handle.chunk) + std::size_t{entry.span} * kChunkSize;
+    const auto room = static_cast<std::size_t>(handle.end - handle.next);
+    if (!HasPlace(handle.next, room)) {
+        Leave(handle, rest); // until there is room again
+        CountDropped();
+        return false;
+    }
+    if (entry.state == ChunkState::taken) {
+        entry.thread = handle.thread;
+        entry.start = Now();
+        HeaderAt(handle.next)->length = 0;
+        SetState(entry, kind);
+    } else if (kind == ChunkState::records && entry.lastThread != handle.thread) {
+        WriteThread(handle);
+    }
     return true;
 }
 
@@ -201,10 +411,12 @@ void TCStorage::SaveLocation(const TCCallLocation& location)
         Append(entry, location.argSizes[i]);
         AppendText(entry, location.argTypeNames[i]);
     }
-    const auto size = static_cast<unsigned>(entry.size());
-    if (unsigned char* place = PrepareCallBuffer(&ownHandle, size, 1, 0)) {
-        entry.copy(reinterpret_cast<char*>(place), entry.size());
-        Commit(&ownHandle);
+    const std::uint64_t length = sizeof(RecordHeader) + entry.size();
+    TCThreadHandle run{};
+    if (Take(run, length, ChunkState::locations, &FileHeader::locationsRest)) {
+        entry.copy(reinterpret_cast<char*>(Prepare(run, length, 0)), entry.size());
+        Publish(run);
+        Leave(run, &FileHeader::locationsRest);
     }
 }
 
@@ -217,26 +429,19 @@ unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned pay
                                             unsigned char, unsigned locationId)
 {
     const std::uint64_t length = sizeof(RecordHeader) + std::uint64_t{payloadSize};
-    if (Padded(length) > static_cast<std::uint64_t>(thread->end - thread->next) &&
-        !TakeChunks(*thread, length)) {
-        return nullptr;
+    if (Padded(length) > static_cast<std::uint64_t>(thread->end - thread->next)) {
+        if (!Take(*thread, length, ChunkState::records, &FileHeader::recordsRest)) {
+            return nullptr;
+        }
+        pthread_setspecific(threadEnd, thread);
     }
-    auto* record = reinterpret_cast<RecordHeader*>(thread->next);
-    record->location = locationId;
-    record->time = Nanoseconds(CLOCK_MONOTONIC);
-    thread->prepared = static_cast<std::uint32_t>(length);
-    return thread->next + sizeof(RecordHeader);
+    return Prepare(*thread, length, locationId);
 }
 
 void TCStorage::Commit(TCThreadHandle* thread)
 {
-    auto* record = reinterpret_cast<RecordHeader*>(thread->next);
-    thread->next += Padded(thread->prepared);
-    // A record that was prepared here and given up may have left bytes where the next one begins.
-    if (thread->next < thread->end) {
-        reinterpret_cast<RecordHeader*>(thread->next)->length = 0;
-    }
-    std::atomic_ref(record->length).store(thread->prepared, std::memory_order_release);
+    Publish(*thread);
+    ++thread->records;
 }
 
 } // namespace lumo
@@ -250,7 +455,7 @@ TIStorageManager& TIStorageManager::Instance()
 // The count lies in the store: processes that share it after a fork share the identifiers too.
 uint32_t TIStorageManager::NewLocationId()
 {
-    return std::atomic_ref(store->lastLocation).fetch_add(1, std::memory_order_relaxed) + 1;
+    return std::atomic_ref(Store().lastLocation).fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 lumo::TCStorage& TIStorageManager::Storage()

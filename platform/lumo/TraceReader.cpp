@@ -1,0 +1,510 @@
+// SPDX-License-Identifier: MIT
+#include "TraceReader.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+#include <tuple>
+#include <unistd.h>
+#include <utility>
+
+namespace trace
+{
+
+using namespace lumo::format;
+
+namespace
+{
+
+/** Takes values off the front of bytes. */
+class Parser
+{
+public:
+    explicit Parser(Bytes bytes) : m_rest(bytes) {}
+
+    Bytes Take(std::size_t size)
+    {
+        m_failed = m_failed || size > m_rest.size();
+        const Bytes taken = m_rest.first(m_failed ? 0 : size);
+        m_rest = m_rest.subspan(taken.size());
+        return taken;
+    }
+    template <typename Plain>
+    Plain Take()
+    {
+        Plain value{};
+        std::ranges::copy(Take(sizeof value), reinterpret_cast<unsigned char*>(&value));
+        return value;
+    }
+    std::string_view TakeText(std::size_t size)
+    {
+        const Bytes text = Take(size);
+        return {reinterpret_cast<const char*>(text.data()), text.size()};
+    }
+    std::string_view TakeText() { return TakeText(Take<std::uint32_t>()); }
+
+    std::size_t Left() const { return m_rest.size(); }
+    bool HasFailed() const { return m_failed; }
+    /** Whether bytes and values match. */
+    bool IsAtEnd() const { return !m_failed && m_rest.empty(); }
+
+private:
+    Bytes m_rest;
+    bool m_failed = false;
+};
+
+std::optional<Location> ParseLocation(Bytes payload)
+{
+    Parser parser(payload);
+    Location location;
+    location.id = parser.Take<std::uint32_t>();
+    location.line = parser.Take<std::int32_t>();
+    location.file = parser.TakeText();
+    location.function = parser.TakeText();
+    location.message = parser.TakeText();
+    bool isSound = true;
+    for (auto count = parser.Take<std::uint16_t>(); count > 0 && !parser.HasFailed(); --count) {
+        const auto kind = parser.Take<std::uint8_t>();
+        const auto size = parser.Take<std::uint16_t>();
+        isSound = isSound && (size == kVariableSize || size <= sizeof(std::uint32_t));
+        location.arguments.push_back({kind, size, std::string(parser.TakeText())});
+    }
+    return isSound && parser.IsAtEnd() ? std::optional(std::move(location)) : std::nullopt;
+}
+
+/**
+ * A text is its length in base 128, the lowest group first, and its bytes. FF 7F is the length
+ * 16383 as well as the mark of a null pointer: it is a length where so many bytes follow.
+ */
+Value TakeTextArgument(Parser& parser)
+{
+    constexpr std::uint32_t nullOrLength = 16383;
+    std::uint32_t length = 0;
+    unsigned char group = 0x80;
+    for (unsigned shift = 0; group & 0x80 && shift < 28; shift += 7) {
+        group = parser.Take<unsigned char>();
+        length |= (group & 0x7FU) << shift;
+    }
+    if (length == nullOrLength && parser.Left() < nullOrLength) {
+        return nullptr;
+    }
+    return parser.TakeText(length);
+}
+
+Value TakeNumber(Parser& parser, const ArgumentType& type)
+{
+    std::uint32_t bits = 0;
+    std::ranges::copy(parser.Take(type.size), reinterpret_cast<unsigned char*>(&bits));
+    const bool isSigned = type.typeName == "int" || type.typeName.starts_with("enum_");
+    return isSigned ? std::int64_t{static_cast<std::int32_t>(bits)} : std::int64_t{bits};
+}
+
+std::string RenderNumber(std::string_view conversion, std::int64_t number)
+{
+    const auto bits = static_cast<std::uint32_t>(number);
+    const char letter = conversion.back();
+    if (letter == 'p' && bits == 0) {
+        return "(nil)";
+    }
+    const bool isHex = letter == 'x' || letter == 'p';
+    char digits[16];
+    const auto end =
+        letter == 'd'
+            ? std::to_chars(std::begin(digits), std::end(digits), static_cast<std::int32_t>(bits))
+            : std::to_chars(std::begin(digits), std::end(digits), bits, isHex ? 16 : 10);
+    std::string text = letter == 'p' ? "0x" : conversion == "%02x" && bits < 16 ? "0" : "";
+    return text.append(digits, end.ptr);
+}
+
+/** Renders one argument by a conversion of printf that the log points use. */
+std::string Render(std::string_view conversion, const Value& value)
+{
+    if (const auto* number = std::get_if<std::int64_t>(&value)) {
+        return RenderNumber(conversion, *number);
+    }
+    const auto* text = std::get_if<std::string_view>(&value);
+    return std::string(text ? *text : "(null)");
+}
+
+std::uint64_t EntryOffset(std::size_t chunk)
+{
+    return sizeof(FileHeader) + chunk * sizeof(Chunk);
+}
+
+bool HasRecords(const Chunk& entry)
+{
+    return entry.state == ChunkState::records || entry.state == ChunkState::closed;
+}
+
+/** In ns; no machine runs for so long, and no sum of two overflows. */
+constexpr std::uint64_t kLatest = std::uint64_t{1} << 62;
+
+/** How far records have been committed; all of it where one of them is damaged. */
+std::size_t Committed(const std::vector<unsigned char>& data)
+{
+    for (std::uint64_t at = 0; at + sizeof(RecordHeader) <= data.size();) {
+        std::uint32_t length = 0;
+        std::memcpy(&length, &data[at], sizeof length);
+        if (length == 0) {
+            return at;
+        }
+        at += length < sizeof(RecordHeader) ? data.size() : Padded(length);
+    }
+    return data.size();
+}
+
+} // namespace
+
+// ---- The file -----------------------------------------------------------------------------------
+
+// Not to be held up by a pipe that nobody writes to.
+Reader::File::File(const std::string& path)
+    : descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
+{
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+}
+
+Reader::File::~File()
+{
+    close(descriptor);
+}
+
+Reader::Reader(const std::string& path) : m_file(path)
+{
+    struct stat status = {};
+    if (fstat(m_file.descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
+        Read(&m_header, sizeof m_header, 0) < sizeof m_header ||
+        ((m_header.magic ^ kMagic) & kMagicOfAny) != 0) {
+        throw std::runtime_error("this is no trace store");
+    }
+    if (m_header.magic != kMagic) {
+        throw std::runtime_error("this trace store has another format than today's");
+    }
+    if (m_header.chunkSize != kChunkSize || m_header.chunkCount > kLargestStore / kChunkSize ||
+        static_cast<std::uint64_t>(m_header.clockOffset) > kLatest) {
+        throw std::runtime_error("the header of this trace store is damaged");
+    }
+    m_wholeSize = StoreSize(m_header.chunkCount);
+    m_fileSize = std::min(static_cast<std::uint64_t>(status.st_size), m_wholeSize);
+    m_laps.resize(std::min<std::uint64_t>(m_header.chunkCount, m_fileSize / sizeof(Chunk)));
+    if (m_fileSize < m_wholeSize) {
+        CutOff(m_fileSize);
+    }
+}
+
+Reader::~Reader() = default;
+
+bool Reader::IsInUse() const
+{
+    struct flock whole = {};
+    whole.l_type = F_RDLCK;
+    whole.l_whence = SEEK_SET;
+    return fcntl(m_file.descriptor, F_OFD_GETLK, &whole) == 0 && whole.l_type == F_WRLCK;
+}
+
+std::uint64_t Reader::Dropped()
+{
+    Read(&m_header.dropped, sizeof m_header.dropped, offsetof(FileHeader, dropped));
+    return m_header.dropped + m_unreadable;
+}
+
+std::uint64_t Reader::Overwritten()
+{
+    Read(&m_header.overwritten, sizeof m_header.overwritten, offsetof(FileHeader, overwritten));
+    return m_header.overwritten;
+}
+
+void Reader::Damaged(std::uint64_t offset, const std::string& what)
+{
+    if (!m_damage) {
+        m_damage = "at byte " + std::to_string(offset) + " " + what;
+    }
+}
+
+void Reader::CutOff(std::uint64_t offset)
+{
+    Damaged(offset, "of " + std::to_string(m_wholeSize) + " the file is cut off");
+}
+
+/** @return how much there was: a file may shrink at any time */
+std::size_t Reader::Read(void* to, std::size_t size, std::uint64_t offset)
+{
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = pread(m_file.descriptor, static_cast<char*>(to) + done, size - done,
+                                    static_cast<off_t>(offset + done));
+        if (count < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category());
+        }
+        if (count == 0) {
+            CutOff(offset + done);
+            break;
+        }
+        done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
+    return done;
+}
+
+/** The table, without what stands within a run or is damaged. */
+std::vector<Chunk> Reader::ReadTable()
+{
+    std::vector<Chunk> table(m_laps.size());
+    Read(table.data(), table.size() * sizeof(Chunk), EntryOffset(0));
+    for (std::size_t i = 0; i < table.size();) {
+        Chunk& entry = table[i];
+        const bool isRun = entry.state == ChunkState::locations || HasRecords(entry);
+        if ((isRun && (entry.span == 0 || entry.span > table.size() - i || entry.lap == 0)) ||
+            entry.state > ChunkState::closed) {
+            Damaged(EntryOffset(i), "an entry of the table of chunks is not valid");
+            entry = {};
+        }
+        const std::size_t end = i + std::max(entry.span * (isRun ? 1 : 0), 1U);
+        while (++i < end) {
+            table[i] = {};
+        }
+    }
+    return table;
+}
+
+/** Reads what a run has from its next record on. @return whether it still is the same run */
+bool Reader::Load(Run& run)
+{
+    Chunk before{};
+    Chunk after{};
+    Read(&before, sizeof before, EntryOffset(run.chunk));
+    run.base += std::exchange(run.at, 0);
+    const std::uint64_t end = Offset({run.chunk + before.span, 0, 0});
+    if (before.lap != run.lap || end > m_wholeSize || Offset(run) > std::min(end, m_fileSize)) {
+        return false;
+    }
+    run.thread = run.base == 0 ? before.thread : run.thread;
+    run.isOpen = before.state != ChunkState::closed;
+    run.data.resize(std::min(end, m_fileSize) - Offset(run));
+    const auto read = [&] { run.data.resize(Read(run.data.data(), run.data.size(), Offset(run))); };
+    read();
+    if (run.isOpen) {
+        // What is committed has been written before: at a second look all of it is there.
+        run.data.resize(Committed(run.data));
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        read();
+    }
+    Read(&after, sizeof after, EntryOffset(run.chunk));
+    return after.lap == run.lap && after.state > ChunkState::taken;
+}
+
+/** Where in the file the next record of a run is. */
+std::uint64_t Reader::Offset(const Run& run) const
+{
+    return ChunksOffset(m_header.chunkCount) + std::uint64_t{run.chunk} * kChunkSize + run.base +
+           run.at;
+}
+
+/** Takes the next record off a run that has been loaded; nothing at its end or behind damage. */
+std::optional<Reader::Raw> Reader::Take(Run& run)
+{
+    Raw raw{Offset(run), {}, {}};
+    const Bytes rest = Bytes(run.data).subspan(run.at);
+    if (rest.size() < sizeof raw.header) {
+        return std::nullopt;
+    }
+    std::memcpy(&raw.header, rest.data(), sizeof raw.header);
+    const std::uint32_t length = raw.header.length;
+    if (length == 0) {
+        return std::nullopt;
+    }
+    const bool fits = length >= sizeof raw.header && length <= rest.size();
+    if (!fits || raw.header.time < run.time || raw.header.time > kLatest) {
+        Damaged(raw.offset,
+                fits ? "a record has a time that cannot be" : "a record does not fit its place");
+        run.at = run.data.size();
+        run.isOpen = false;
+        return std::nullopt;
+    }
+    run.time = raw.header.time;
+    run.at += std::min<std::size_t>(Padded(length), rest.size());
+    raw.payload = rest.subspan(sizeof raw.header, length - sizeof raw.header);
+    return raw;
+}
+
+// ---- Locations ----------------------------------------------------------------------------------
+
+void Reader::ReadLocations(const std::vector<Chunk>& table)
+{
+    for (std::uint32_t i = 0; i < table.size(); ++i) {
+        if (table[i].state == ChunkState::locations) {
+            Run& run = m_locationRuns.try_emplace(i, Run{i, table[i].lap, 0}).first->second;
+            for (bool isSame = Load(run); isSame;) {
+                const auto raw = Take(run);
+                if (!raw) {
+                    break;
+                }
+                AddLocation(*raw);
+            }
+        }
+    }
+}
+
+void Reader::AddLocation(const Raw& raw)
+{
+    auto location = ParseLocation(raw.payload);
+    if (!location) {
+        Damaged(raw.offset, "a location is malformed");
+    } else if (const auto id = location->id;
+               !m_locations.try_emplace(id, std::move(*location)).second) {
+        Damaged(raw.offset, "a location has the identifier of another one");
+    }
+}
+
+/** @return null for one that is not in the store */
+const Location* Reader::Find(std::uint32_t id)
+{
+    auto found = m_locations.find(id);
+    // A location is committed before the first record that names it: a second look finds it, even
+    // while both are being written.
+    if (found == m_locations.end() && m_wasInUse && m_missing.insert(id).second) {
+        ReadLocations(ReadTable());
+        found = m_locations.find(id);
+    }
+    return found == m_locations.end() ? nullptr : &found->second;
+}
+
+// ---- Records ------------------------------------------------------------------------------------
+
+bool Reader::IsLater(const Run& one, const Run& other)
+{
+    return std::tie(one.time, one.chunk) > std::tie(other.time, other.chunk);
+}
+
+void Reader::LookForRuns()
+{
+    m_wasInUse = IsInUse();
+    const std::vector<Chunk> table = ReadTable();
+    ReadLocations(table);
+    for (std::uint32_t i = 0; i < table.size(); ++i) {
+        if (HasRecords(table[i]) && m_laps[i] != table[i].lap) {
+            m_laps[i] = table[i].lap;
+            m_pending.push_back(Run{i, table[i].lap, table[i].start});
+        }
+    }
+    std::ranges::sort(m_pending, IsLater);
+    for (Run& run : std::exchange(m_waiting, {})) {
+        if (Load(run)) {
+            Queue(std::move(run));
+        }
+    }
+}
+
+/** Reads the next record of a run that has been loaded. */
+bool Reader::Advance(Run& run)
+{
+    while (const auto raw = Take(run)) {
+        if (raw->header.location == 0) {
+            run.thread = Parser(raw->payload).Take<std::uint32_t>();
+            continue;
+        }
+        const Location* const location = Find(raw->header.location);
+        if (location == nullptr && Dropped() > 0) {
+            ++m_unreadable; // its location found no room: what cannot be read is lost as well
+        } else if (location == nullptr) {
+            Damaged(raw->offset, "a record has a location that is not in the store");
+        } else if (!Decode(*location, raw->payload, m_values)) {
+            Damaged(raw->offset, "a record does not match the arguments of its location");
+        } else {
+            const auto time = raw->header.time + static_cast<std::uint64_t>(m_header.clockOffset);
+            run.record = {static_cast<std::int64_t>(time), run.thread, location, raw->payload};
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Puts a run that has been loaded where its next record is found when its turn has come. */
+void Reader::Queue(Run&& run)
+{
+    if (Advance(run)) {
+        m_queue.push_back(std::move(run));
+        std::ranges::push_heap(m_queue, IsLater);
+    } else if (run.isOpen) {
+        m_waiting.push_back(std::move(run));
+    }
+}
+
+const Record* Reader::Next()
+{
+    if (m_current) {
+        Queue(std::move(*m_current));
+        m_current.reset();
+    } else if (m_queue.empty() && m_pending.empty()) {
+        LookForRuns();
+    }
+    while (!m_pending.empty() &&
+           (m_queue.empty() || m_pending.back().time <= m_queue.front().time)) {
+        Run run = std::move(m_pending.back());
+        m_pending.pop_back();
+        if (Load(run)) {
+            Queue(std::move(run));
+        }
+    }
+    if (m_queue.empty()) {
+        return nullptr;
+    }
+    std::ranges::pop_heap(m_queue, IsLater);
+    m_current = std::move(m_queue.back());
+    m_queue.pop_back();
+    return &m_current->record;
+}
+
+// ---- What a record says -------------------------------------------------------------------------
+
+bool Decode(const Location& location, Bytes payload, std::vector<Value>& values)
+{
+    Parser parser(payload);
+    values.clear();
+    for (const ArgumentType& type : location.arguments) {
+        values.push_back(type.size == kVariableSize ? TakeTextArgument(parser)
+                                                    : TakeNumber(parser, type));
+    }
+    return parser.IsAtEnd();
+}
+
+std::string Message(const Record& record)
+{
+    std::vector<Value> values;
+    Decode(*record.location, record.payload, values);
+    auto value = values.begin();
+    std::string text;
+    std::string_view format = record.location->message;
+    while (!format.empty()) {
+        const std::string_view plain = format.substr(0, format.find('%'));
+        text += plain;
+        format.remove_prefix(plain.size());
+        const std::size_t end = format.find_first_of("%dpsux", 1);
+        const std::string_view conversion =
+            format.substr(0, end == std::string_view::npos ? end : end + 1);
+        if (conversion == "%%") {
+            text += '%';
+        } else if (value == values.end() || end == std::string_view::npos) {
+            text += conversion;
+        } else {
+            text += Render(conversion, *value++);
+        }
+        format.remove_prefix(conversion.size());
+    }
+    return text;
+}
+
+std::string Operation(const Location& location)
+{
+    const std::string name = location.function.substr(0, location.function.find('('));
+    return name.substr(name.find_last_of(" :*&") + 1);
+}
+
+} // namespace trace

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+/**
+ * @file TraceReader.h
+ * Reads a trace store: also one that is still being written, that a killed process left behind,
+ * or that is damaged. Takes memory for the runs that are being read, not for the store.
+ */
+#ifndef PLATFORM_LUMO_TRACEREADER_H
+#define PLATFORM_LUMO_TRACEREADER_H
+
+#include "TraceFormat.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+namespace trace
+{
+
+using Bytes = std::span<const unsigned char>;
+
+struct ArgumentType
+{
+    std::uint8_t kind;
+    std::uint16_t size; ///< bytes in a record; 0x3FFF for a text
+    std::string typeName;
+};
+
+/** A log point. */
+struct Location
+{
+    std::uint32_t id;
+    std::int32_t line;
+    std::string file;
+    std::string function; ///< its whole signature
+    std::string message;  ///< as for printf
+    std::vector<ArgumentType> arguments;
+};
+
+/** One firing of a log point. */
+struct Record
+{
+    std::int64_t time;        ///< ns since 1970, by the clock as it was set when the store was made
+    std::uint32_t thread;     ///< the kernel's number of the thread
+    const Location* location; ///< belongs to the reader
+    Bytes payload;            ///< the arguments' bytes; they match the location's types
+};
+
+/** An argument's value: a null text, a number (an address is its low half), or a text. */
+using Value = std::variant<std::nullptr_t, std::int64_t, std::string_view>;
+
+class Reader
+{
+public:
+    /** @throws std::runtime_error when there is no store to read; its text says why, not where */
+    explicit Reader(const std::string& path);
+    ~Reader();
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    /**
+     * The records of all threads in the order of time; null when there are no more. A call after
+     * that goes on with what has been written meanwhile.
+     * @return valid until the next call
+     */
+    const Record* Next();
+
+    /** Whether a process still traces into the store. */
+    bool IsInUse() const;
+
+    std::uint32_t Process() const { return m_header.process; } ///< that made the store
+    std::uint64_t Dropped();     ///< records and locations that found no room so far
+    std::uint64_t Overwritten(); ///< records that gave way to newer ones so far
+
+    /** The first damage and its place; what is sound is read all the same. */
+    const std::optional<std::string>& Damage() const { return m_damage; }
+
+private:
+    struct File
+    {
+        explicit File(const std::string& path);
+        ~File();
+        File(const File&) = delete;
+        File& operator=(const File&) = delete;
+
+        const int descriptor;
+    };
+    /** A run, of records or of locations, and how far it has been read. */
+    struct Run
+    {
+        std::uint32_t chunk;
+        std::uint32_t lap;
+        std::uint64_t time; ///< of the record; before there is one, of the run
+        std::uint32_t thread = 0;
+        std::uint64_t base = 0; ///< where `data` stands in the run
+        std::vector<unsigned char> data = {};
+        std::size_t at = 0; ///< of the next record in `data`
+        bool isOpen = true; ///< more may be written into it
+        Record record = {};
+    };
+    struct Raw
+    {
+        std::uint64_t offset; ///< in the file
+        lumo::format::RecordHeader header;
+        Bytes payload;
+    };
+    static bool IsLater(const Run& one, const Run& other);
+
+    void Damaged(std::uint64_t offset, const std::string& what);
+    void CutOff(std::uint64_t offset);
+    std::size_t Read(void* to, std::size_t size, std::uint64_t offset);
+    std::vector<lumo::format::Chunk> ReadTable();
+    bool Load(Run& run);
+    std::uint64_t Offset(const Run& run) const;
+    std::optional<Raw> Take(Run& run);
+    void ReadLocations(const std::vector<lumo::format::Chunk>& table);
+    void AddLocation(const Raw& raw);
+    const Location* Find(std::uint32_t id);
+    void LookForRuns();
+    bool Advance(Run& run);
+    void Queue(Run&& run);
+
+    const File m_file;
+    lumo::format::FileHeader m_header{};
+    std::uint64_t m_wholeSize = 0; ///< of the file, as the header says
+    std::uint64_t m_fileSize = 0;  ///< when it was opened
+    std::optional<std::string> m_damage;
+    std::unordered_map<std::uint32_t, Location> m_locations; ///< by identifier
+    std::map<std::uint32_t, Run> m_locationRuns;             ///< by chunk
+    std::set<std::uint32_t> m_missing; ///< identifiers that were looked for twice
+    std::uint64_t m_unreadable = 0;    ///< records whose location found no room
+    bool m_wasInUse = false;           ///< when runs were looked for
+    std::vector<std::uint32_t> m_laps; ///< of each chunk: the run that was found last
+    std::vector<Run> m_pending;        ///< those that begin later, the next one last
+    std::vector<Run> m_queue;          ///< a heap of those with a record, the oldest first
+    std::vector<Run> m_waiting;        ///< those that have been read to their end for now
+    std::optional<Run> m_current;      ///< whose record was returned
+    std::vector<Value> m_values;       ///< kept for its memory
+};
+
+/**
+ * The arguments that a payload holds, in the order of the location's types; views into it.
+ * @return whether it matches them, as that of every record of a reader does
+ */
+bool Decode(const Location& location, Bytes payload, std::vector<Value>& values);
+
+/** The message with its arguments in it, as printf would have put them. */
+std::string Message(const Record& record);
+
+/** The plain name of the function, e.g. "GetModeList". */
+std::string Operation(const Location& location);
+
+} // namespace trace
+
+#endif
