@@ -141,6 +141,7 @@ FileHeader* Map(const File& file, std::uint32_t chunkCount)
     if (memory == MAP_FAILED) {
         Fail();
     }
+    madvise(memory, size, MADV_RANDOM); // else the first page brings many others with it
     int error = lumo::Populate(memory, sizeof(FileHeader));
     if (error == EINVAL) {
         error = posix_fallocate(file.Descriptor(), 0, static_cast<off_t>(size));
