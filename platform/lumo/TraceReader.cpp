@@ -143,7 +143,7 @@ bool HasRecords(const Chunk& entry)
 }
 
 /** In ns; no machine runs for so long, and no sum of two overflows. */
-constexpr std::uint64_t kLatest = std::uint64_t{1} << 62;
+constexpr std::int64_t kLatest = std::int64_t{1} << 62;
 
 /** How far records have been committed; all of it where one of them is damaged. */
 std::size_t Committed(const std::vector<unsigned char>& data)
@@ -189,7 +189,7 @@ Reader::Reader(const std::string& path) : m_file(path)
         throw std::runtime_error("this trace store has another format than today's");
     }
     if (m_header.chunkSize != kChunkSize || m_header.chunkCount > kLargestStore / kChunkSize ||
-        static_cast<std::uint64_t>(m_header.clockOffset) > kLatest) {
+        m_header.clockOffset > kLatest || m_header.clockOffset < -kLatest) {
         throw std::runtime_error("the header of this trace store is damaged");
     }
     m_wholeSize = StoreSize(m_header.chunkCount);
@@ -321,7 +321,7 @@ std::optional<Reader::Raw> Reader::Take(Run& run)
         return std::nullopt;
     }
     const bool fits = length >= sizeof raw.header && length <= rest.size();
-    if (!fits || raw.header.time < run.time || raw.header.time > kLatest) {
+    if (!fits || raw.header.time < run.time || raw.header.time > std::uint64_t{kLatest}) {
         Damaged(raw.offset,
                 fits ? "a record has a time that cannot be" : "a record does not fit its place");
         run.at = run.data.size();
