@@ -6,9 +6,8 @@
  * difference of two counts is the step alone.
  */
 #include "LogPoint.h"
-#include "ZAVServiceBridgeAPI.h"
+#include "Work.h"
 
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -51,90 +50,6 @@ void* realloc(void* block, size_t size) noexcept
 namespace
 {
 
-constexpr const char* kService = "org.kelmar.tv.zav";
-constexpr const char* kPath = "/org/kelmar/tv/zav";
-constexpr size_t kSpeakers = 50;
-
-std::array<SCLSpkInfo, kSpeakers> speakers;
-GDBusConnection* connection = nullptr;
-GDBusProxy* proxy = nullptr;
-
-void Check(bool right, const char* what)
-{
-    if (!right) {
-        std::fprintf(stderr, "steps: %s\n", what);
-        std::exit(1);
-    }
-}
-
-void Nothing() {}
-
-// What the library does, and the same by hand on the same GIO.
-
-void Connect()
-{
-    Check(InitDbusConnection() == 0, "not connected");
-}
-
-void ConnectByHand()
-{
-    connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    Check(connection != nullptr, "no bus");
-    proxy = g_dbus_proxy_new_sync(connection, G_DBUS_PROXY_FLAGS_NONE, nullptr, kService, kPath,
-                                  kService, nullptr, nullptr);
-    Check(proxy != nullptr, "no proxy");
-}
-
-/** Subscriptions are sent without waiting: a process that ends at once would not have sent them. */
-void ConnectAndSend()
-{
-    Connect();
-    g_dbus_connection_flush_sync(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr), nullptr,
-                                 nullptr);
-}
-
-void ConnectAndSendByHand()
-{
-    ConnectByHand();
-    g_dbus_connection_flush_sync(connection, nullptr, nullptr);
-}
-
-GVariant* CallByHand(const char* method)
-{
-    GVariant* reply = g_dbus_proxy_call_sync(proxy, method, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000,
-                                             nullptr, nullptr);
-    Check(reply != nullptr, "no reply");
-    return reply;
-}
-
-void Request()
-{
-    Check(GetWooferLevel() >= 0, "no woofer level");
-}
-
-void RequestByHand()
-{
-    int level = -1;
-    g_autoptr(GVariant) reply = CallByHand("GetWooferLevel");
-    g_variant_get(reply, "(i)", &level);
-    Check(level >= 0, "no woofer level");
-}
-
-void List()
-{
-    Check(GetSCL(speakers.data()) == kSpeakers, "not 50 speakers");
-}
-
-void ListByHand()
-{
-    g_autoptr(GVariant) reply = CallByHand("GetSCL");
-    g_autoptr(GVariant) bytes = g_variant_get_child_value(reply, 0);
-    gsize size = 0;
-    const void* records = g_variant_get_fixed_array(bytes, &size, 1);
-    Check(size == sizeof speakers, "not 50 speakers");
-    std::memcpy(speakers.data(), records, size);
-}
-
 // A log point for each list of arguments. The arguments are read anew each time, as a request's
 // are.
 
@@ -161,17 +76,17 @@ struct Step
 {
     std::string_view name;
     void (*once)();
-    void (*before)() = Nothing;
+    void (*before)() = work::Nothing;
 };
 
 constexpr Step kSteps[] = {
-    {"nothing", Nothing},
-    {"connect", ConnectAndSend},
-    {"connect-by-hand", ConnectAndSendByHand},
-    {"request", Request, Connect},
-    {"request-by-hand", RequestByHand, ConnectByHand},
-    {"list", List, Connect},
-    {"list-by-hand", ListByHand, ConnectByHand},
+    {"nothing", work::Nothing},
+    {"request", work::Request, work::Connect},
+    {"request-by-hand", work::RequestByHand, work::ConnectByHand},
+    {"speakers", work::Speakers, work::Connect},
+    {"speakers-by-hand", work::SpeakersByHand, work::ConnectByHand},
+    {"levels", work::Levels, work::Connect},
+    {"levels-by-hand", work::LevelsByHand, work::ConnectByHand},
     {"point-none", PointNone},
     {"point-int", PointInt},
     {"point-text-int", PointTextInt},

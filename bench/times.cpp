@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file times.cpp
- * How long a request and a trace record take, beside peers that do the same in the same run.
+ * times WHAT: how long requests and trace records take beside peers, in pairs; or what becomes of
+ * requests of many threads. In µs, of requests by the clock, which wait for others; of records in
+ * ns of the thread's processor time.
  */
-#include "ZAVServiceBridgeAPI.h"
+#include "Pairs.h"
+#include "Work.h"
 #include "lumo.h"
 
-#include <benchmark/benchmark.h>
-#include <cstring>
-#include <gio/gio.h>
+#include <functional>
+#include <string_view>
+#include <thread>
 #ifdef WITH_SD_BUS
 #include <systemd/sd-bus.h>
 #endif
@@ -16,102 +19,133 @@
 namespace
 {
 
-constexpr const char* kService = "org.kelmar.tv.zav";
-constexpr const char* kPath = "/org/kelmar/tv/zav";
+constexpr int kRounds = 101;
 
-void Request(benchmark::State& state)
+/** @return a cost: one of `count` calls, in parts of a second as `unit` says */
+std::function<double()> Each(void (*once)(), int count, clockid_t clock, double unit)
 {
-    if (InitDbusConnection() != 0) {
-        state.SkipWithError("not connected");
-    }
-    for (auto _ : state) {
-        if (GetWooferLevel() < 0) {
-            state.SkipWithError("no reply");
-            break;
+    return [=] {
+        const double start = Seconds(clock);
+        for (int i = 0; i < count; ++i) {
+            once();
         }
-    }
+        return (Seconds(clock) - start) / count * unit;
+    };
 }
-BENCHMARK(Request)->UseRealTime();
 
-void RequestOfGDBus(benchmark::State& state)
+void PairRequests(const char* name, void (*ours)(), void (*peer)())
 {
-    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    g_autoptr(GDBusProxy) proxy = g_dbus_proxy_new_sync(
-        bus, G_DBUS_PROXY_FLAGS_NONE, nullptr, kService, kPath, kService, nullptr, nullptr);
-    for (auto _ : state) {
-        g_autoptr(GVariant) reply = g_dbus_proxy_call_sync(
-            proxy, "GetWooferLevel", nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-        if (reply == nullptr) {
-            state.SkipWithError("no reply");
-            break;
-        }
-        int level = 0;
-        g_variant_get(reply, "(i)", &level);
-        benchmark::DoNotOptimize(level);
-    }
+    PrintPairs(name, kRounds, Each(ours, 20, CLOCK_MONOTONIC, 1e6),
+               Each(peer, 20, CLOCK_MONOTONIC, 1e6));
 }
-BENCHMARK(RequestOfGDBus)->UseRealTime();
 
 #ifdef WITH_SD_BUS
-void RequestOfSdBus(benchmark::State& state)
+sd_bus* bus = nullptr;
+
+void RequestOfSdBus()
 {
-    sd_bus* bus = nullptr;
-    if (sd_bus_open_system(&bus) < 0) {
-        state.SkipWithError("not connected");
-    }
-    for (auto _ : state) {
-        sd_bus_message* reply = nullptr;
-        int level = 0;
-        if (sd_bus_call_method(bus, kService, kPath, kService, "GetWooferLevel", nullptr, &reply,
-                               "") < 0 ||
-            sd_bus_message_read(reply, "i", &level) < 0) {
-            state.SkipWithError("no reply");
-            break;
-        }
-        benchmark::DoNotOptimize(level);
-        sd_bus_message_unref(reply);
-    }
-    sd_bus_flush_close_unref(bus);
+    sd_bus_message* reply = nullptr;
+    int level = 0;
+    work::Check(sd_bus_call_method(bus, work::kService, work::kPath, work::kService,
+                                   "GetWooferLevel", nullptr, &reply, "") >= 0 &&
+                    sd_bus_message_read(reply, "i", &level) >= 0,
+                "no reply");
+    sd_bus_message_unref(reply);
 }
-BENCHMARK(RequestOfSdBus)->UseRealTime();
 #endif
 
-// The store fills and does not wrap around: so many records fit into what bench/run gives it.
-constexpr int kBatch = 1000;
-constexpr int kBatches = 200;
+void Requests()
+{
+    work::Connect();
+    work::ConnectByHand();
+    PairRequests("request", work::Request, work::RequestByHand);
+    PairRequests("speakers", work::Speakers, work::SpeakersByHand);
+    PairRequests("levels", work::Levels, work::LevelsByHand);
+#ifdef WITH_SD_BUS
+    work::Check(sd_bus_open_system(&bus) >= 0, "no bus");
+    PairRequests("sd-bus", work::Request, RequestOfSdBus);
+    sd_bus_flush_close_unref(bus);
+#endif
+}
 
-void Record(benchmark::State& state)
+constexpr int kBatch = 1000;
+
+void Records()
 {
     lumo::TCStorage& storage = TIStorageManager::Instance().Storage();
-    for (auto _ : state) {
-        for (int i = 0; i < kBatch; ++i) {
-            lumo::TCThreadHandle* const thread = storage.ThreadHandle();
-            unsigned char* const place = storage.PrepareCallBuffer(thread, sizeof i, 1, 1);
-            if (place == nullptr) {
-                state.SkipWithError("the store is full, or LUMO_TRACE is not set");
-                return;
-            }
-            std::memcpy(place, &i, sizeof i);
-            storage.Commit(thread);
-        }
+    for (int i = 0; i < kBatch; ++i) {
+        lumo::TCThreadHandle* const thread = storage.ThreadHandle();
+        unsigned char* const place = storage.PrepareCallBuffer(thread, sizeof i, 1, 1);
+        work::Check(place != nullptr, "the store is full, or LUMO_TRACE is not set");
+        std::memcpy(place, &i, sizeof i);
+        storage.Commit(thread);
     }
-    state.SetItemsProcessed(state.iterations() * kBatch);
 }
-BENCHMARK(Record)->Iterations(kBatches);
 
 #ifdef WITH_LTTNG
 extern "C" void LttngRecords(int count);
 
-void RecordOfLttng(benchmark::State& state)
+void RecordsOfLttng()
 {
-    for (auto _ : state) {
-        LttngRecords(kBatch);
-    }
-    state.SetItemsProcessed(state.iterations() * kBatch);
+    LttngRecords(kBatch);
 }
-BENCHMARK(RecordOfLttng)->Iterations(kBatches);
+#else
+constexpr auto RecordsOfLttng = work::Nothing;
 #endif
+
+void PairRecords(const char* name, int rounds)
+{
+    PrintPairs(name, rounds, Each(Records, 1, CLOCK_THREAD_CPUTIME_ID, 1e9 / kBatch),
+               Each(RecordsOfLttng, 1, CLOCK_THREAD_CPUTIME_ID, 1e9 / kBatch));
+}
+
+/** Lines: threads, requests per second, p50 and p99 in ms, share that is refused. */
+void Threads()
+{
+    work::Connect();
+    for (int count = 1; count <= 64; count *= 2) {
+        constexpr double kSeconds = 2;
+        std::vector<std::vector<double>> took(static_cast<size_t>(count));
+        std::atomic<int> refused{0};
+        const double start = Seconds(CLOCK_MONOTONIC);
+        std::vector<std::jthread> threads;
+        for (auto& mine : took) {
+            threads.emplace_back([&] {
+                double now = Seconds(CLOCK_MONOTONIC);
+                do {
+                    refused += GetWooferLevel() < 0 ? 1 : 0;
+                    const double end = Seconds(CLOCK_MONOTONIC);
+                    mine.push_back((end - now) * 1e3);
+                    now = end;
+                } while (now - start < kSeconds);
+            });
+        }
+        threads.clear();
+        const double seconds = Seconds(CLOCK_MONOTONIC) - start;
+        std::vector<double> all;
+        for (const auto& mine : took) {
+            all.insert(all.end(), mine.begin(), mine.end());
+        }
+        const auto requests = static_cast<double>(all.size());
+        std::printf("%d %.0f %.2f %.2f %.1f%%\n", count, (requests - refused) / seconds,
+                    Percentile(all, 50), Percentile(all, 99), 100 * refused / requests);
+        std::fflush(stdout);
+    }
+}
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    const std::string_view what = argc == 2 ? argv[1] : "";
+    if (what == "requests") {
+        Requests();
+    } else if (what == "record" || what == "record-new") {
+        PairRecords(argv[1], what == "record" ? 10 * kRounds : kRounds);
+    } else if (what == "threads") {
+        Threads();
+    } else {
+        std::fputs("usage: times requests|record|record-new|threads\n", stderr);
+        return 2;
+    }
+}
