@@ -260,11 +260,9 @@ void ShowAsText(const Record& record, const Point& point)
 
 void ShowAsJson(const Record& record, const Point& point)
 {
-    std::vector<trace::Value> values;
-    trace::Decode(*record.location, record.payload, values);
     json arguments = json::array();
     auto type = record.location->arguments.begin();
-    for (const trace::Value& value : values) {
+    for (const trace::Value& value : trace::Arguments(record)) {
         json argument;
         std::visit([&argument](const auto& plain) { argument = plain; }, value);
         arguments.push_back((type++)->typeName == "bool" ? json(argument != 0) : argument);

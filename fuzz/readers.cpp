@@ -21,12 +21,10 @@ void ReadTraceStore(const std::string& content)
     Demand(pwrite(file, content.data(), content.size(), 0) == std::ssize(content));
     try {
         trace::Reader reader("/proc/self/fd/" + std::to_string(file));
-        std::vector<trace::Value> values;
         std::int64_t last = INT64_MIN;
         bool isSorted = true;
         while (const trace::Record* record = reader.Next()) {
-            Demand(trace::Decode(*record->location, record->payload, values));
-            Demand(values.size() == record->location->arguments.size());
+            Demand(trace::Arguments(*record).size() == record->location->arguments.size());
             trace::Message(*record);
             trace::Operation(*record->location);
             isSorted = isSorted && record->time >= last;

@@ -5,8 +5,8 @@
 #include "Boundary.h"
 #include "Input.h"
 #include "Recorder.h"
+#include "TraceReader.h"
 #include "TraceRecord.h"
-#include "TraceStore.h"
 #include "ZAVServiceTypes.h"
 
 namespace

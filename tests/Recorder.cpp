@@ -2,7 +2,7 @@
 #include "Recorder.h"
 
 #include "Boundary.h"
-#include "TraceStore.h"
+#include "TraceReader.h"
 #include "dlog.h"
 
 #include <algorithm>

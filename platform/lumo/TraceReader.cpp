@@ -105,6 +105,18 @@ Value TakeNumber(Parser& parser, const ArgumentType& type)
     return isSigned ? std::int64_t{static_cast<std::int32_t>(bits)} : std::int64_t{bits};
 }
 
+/** @return whether the payload matches the types */
+bool Decode(const Location& location, Bytes payload, std::vector<Value>& values)
+{
+    Parser parser(payload);
+    values.clear();
+    for (const ArgumentType& type : location.arguments) {
+        values.push_back(type.size == kVariableSize ? TakeTextArgument(parser)
+                                                    : TakeNumber(parser, type));
+    }
+    return parser.IsAtEnd();
+}
+
 std::string RenderNumber(std::string_view conversion, std::int64_t number)
 {
     const auto bits = static_cast<std::uint32_t>(number);
@@ -464,21 +476,18 @@ const Record* Reader::Next()
 
 // ---- What a record says -------------------------------------------------------------------------
 
-bool Decode(const Location& location, Bytes payload, std::vector<Value>& values)
+std::vector<Value> Arguments(const Record& record)
 {
-    Parser parser(payload);
-    values.clear();
-    for (const ArgumentType& type : location.arguments) {
-        values.push_back(type.size == kVariableSize ? TakeTextArgument(parser)
-                                                    : TakeNumber(parser, type));
+    std::vector<Value> values;
+    if (!Decode(*record.location, record.payload, values)) {
+        throw std::runtime_error("the bytes do not match what they stand for");
     }
-    return parser.IsAtEnd();
+    return values;
 }
 
 std::string Message(const Record& record)
 {
-    std::vector<Value> values;
-    Decode(*record.location, record.payload, values);
+    const std::vector<Value> values = Arguments(record);
     auto value = values.begin();
     std::string text;
     std::string_view format = record.location->message;

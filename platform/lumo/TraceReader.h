@@ -146,10 +146,10 @@ private:
 };
 
 /**
- * The arguments that a payload holds, in the order of the location's types; views into it.
- * @return whether it matches them, as that of every record of a reader does
+ * The arguments of a record, in the order of its location's types; views into its payload.
+ * @throws std::runtime_error when the payload does not match them; no record of a reader does so
  */
-bool Decode(const Location& location, Bytes payload, std::vector<Value>& values);
+std::vector<Value> Arguments(const Record& record);
 
 /** The message with its arguments in it, as printf would have put them. */
 std::string Message(const Record& record);
