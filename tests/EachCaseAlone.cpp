@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The main function of test programs whose cases connect to a bus, which a process does once and for
-// good: without a filter the program runs itself for each case.
+// The main function of test programs whose cases connect to a bus, which a process does once and
+// for good: without a filter the program runs itself for each case.
 #include <cstdlib>
 #include <gtest/gtest.h>
 
