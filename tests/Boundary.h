@@ -26,7 +26,6 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -74,16 +73,24 @@ void Add(const Parts&... parts)
     Write(parts...);
 }
 
-/** With a run of the same numbers as one of them: "1*40". */
-inline std::string Folded(std::string text)
+/** A list with a run of the same members as one of them: "1*40". */
+inline std::string Folded(const std::string& list)
 {
-    static const std::regex run(R"((\b\w+)(, \1\b){3,})");
-    for (std::smatch found; std::regex_search(text, found, run);) {
-        const auto count = 1 + found.length() / (found.length(1) + 2);
-        text = found.prefix().str() + found.str(1) + "*" + std::to_string(count) +
-               found.suffix().str();
+    std::string folded;
+    for (size_t at = 0; at < list.size();) {
+        const std::string member = list.substr(at, list.find(", ", at) - at);
+        const std::string again = ", " + member;
+        size_t end = at + member.size();
+        size_t count = 1;
+        for (; list.compare(end, again.size(), again) == 0 && !isalnum(list[end + again.size()]);
+             end += again.size()) {
+            ++count;
+        }
+        folded += count > 3 ? member + "*" + std::to_string(count) : list.substr(at, end - at);
+        folded += list.substr(end, 2);
+        at = end + 2;
     }
-    return text;
+    return folded;
 }
 
 /** The log since the last call of this function. */

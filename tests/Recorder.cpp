@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstring>
+#include <glib.h>
 #include <memory>
 #include <string_view>
 
@@ -75,12 +76,6 @@ std::string Named(std::string text, bool low)
         }
     }
     return text;
-}
-
-std::string OnOneLine(const std::string& text)
-{
-    return std::regex_replace(std::regex_replace(text, std::regex("\n"), "\\n"), std::regex("\t"),
-                              "\\t");
 }
 
 /** The types of the record's arguments; its message too, where it is not that of the text line. */
@@ -184,8 +179,8 @@ TCLogger::~TCLogger()
 {
     Call("end");
     if (boundary::kept) {
-        boundary::Add(point.priority, " ", point.function, " > ", OnOneLine(point.text),
-                      point.record);
+        g_autofree char* text = g_strescape(point.text.c_str(), nullptr); // on one line
+        boundary::Add(point.priority, " ", point.function, " > ", text, point.record);
     }
 }
 

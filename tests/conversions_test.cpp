@@ -304,4 +304,12 @@ TEST_F(Conversions, OfALockThatIsNotHadStoreNoCallback)
     EXPECT_EQ(nullptr, Api::CSharpCallbackFunction);
 }
 
+TEST_F(Conversions, OfRegistrationsClearTheUserDataOfSpdif)
+{
+    Api::SetSendDataToSpkViaSPDIFcb(requests::OnData, &count);
+    EXPECT_EQ(&count, Api::SendDataToSpkViaSPDIF_user_data);
+    Api::UnSetSendDataToSpkViaSPDIFcb();
+    EXPECT_EQ(nullptr, Api::SendDataToSpkViaSPDIF_user_data);
+}
+
 } // namespace

@@ -6,10 +6,9 @@
 #include "Recorder.h"
 #include "Requests.h"
 
+#include <array>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <regex>
 #include <set>
 
 namespace
@@ -87,8 +86,12 @@ std::pair<std::string, int> Expected(const Request& row, const Path& path)
 
 std::string WithoutRecords(const std::string& lines)
 {
-    static const std::regex line(R"((\d [^|\n]*?)( \|[^\n]*)?\n)");
-    return std::regex_replace(lines, line, "$1 | no record\n");
+    std::string without;
+    for (const std::string& line : boundary::Split(lines)) {
+        without += isdigit(line[0]) ? line.substr(0, line.find(" | ")) + " | no record" : line;
+        without += "\n";
+    }
+    return without;
 }
 
 void Meet(const Path& path, Operation call, const Request& row)
@@ -139,15 +142,36 @@ class EveryExport : public testing::TestWithParam<Request>
 {
 };
 
+std::string Replaced(const std::string& text, const char* part, const std::string& by)
+{
+    g_autofree gchar* replaced = nullptr;
+    GString* const string = g_string_new(text.c_str());
+    g_string_replace(string, part, by.c_str(), 0);
+    replaced = g_string_free(string, FALSE);
+    return replaced;
+}
+
 /** The lines of the C function, and its result. */
 std::string ExpectedOfExport(const Request& row, const Path& path, const std::string& connecting)
 {
     const auto [lines, result] = Expected(row, path);
     const std::string all = row.entry + (row.connects ? connecting : "") + row.sending + lines +
-                            row.returned + Result(result);
-    const std::string named = std::regex_replace(all, std::regex(R"(\{\})"), row.name);
-    return "-- " + path.name + "\n" +
-           std::regex_replace(named, std::regex("#"), std::to_string(result));
+                            Replaced(row.returned, "#", std::to_string(result)) + Result(result);
+    return "-- " + path.name + "\n" + Replaced(all, "{}", row.name);
+}
+
+/** Connecting has a scene of its own: here its log lines suffice. */
+std::string WithoutBus(const std::string& log)
+{
+    std::string without;
+    for (const std::string& line : boundary::Split(log)) {
+        const auto begins = [&line](const char* word) { return line.starts_with(word); };
+        if (std::ranges::none_of(
+                std::array{"bus", "proxy", "connection is", "flag is", "subscribe"}, begins)) {
+            without += line + "\n";
+        }
+    }
+    return without;
 }
 
 TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
@@ -168,13 +192,11 @@ TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
         boundary::Quietly([] { requests::Api::InitDbusConnection(); });
         Meet(connected, row.exported, row);
     });
-    static const std::regex ofConnecting("^(bus|proxy|connection is|flag is|subscribe)[^\n]*\n",
-                                         std::regex::multiline);
     EXPECT_PRED_FORMAT2(boundary::SameLog,
                         ExpectedOfExport(row, failing, kFailing) +
                             ExpectedOfExport(first, connecting, kConnecting) +
                             ExpectedOfExport(row, connected, ""),
-                        std::regex_replace(log, ofConnecting, ""));
+                        WithoutBus(log));
 }
 
 template <class Predicate>
@@ -192,15 +214,15 @@ const auto kName = [](const auto& row) { return row.param.name; };
 INSTANTIATE_TEST_SUITE_P(All, EveryRequest, testing::ValuesIn(Rows(&Request::turn)), kName);
 INSTANTIATE_TEST_SUITE_P(All, EveryExport, testing::ValuesIn(kExported), kName);
 
-/** What the pattern's group matches in a file. */
-std::set<std::string> Names(const char* path, const char* pattern)
+/** What stands between the two on a line of a file. */
+std::set<std::string> Names(const char* path, const std::string& before, const std::string& after)
 {
     std::ifstream file(path);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::regex name(pattern);
     std::set<std::string> names;
-    for (std::sregex_iterator one(text.begin(), text.end(), name), end; one != end; ++one) {
-        names.insert((*one)[1]);
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(before) && line.ends_with(after)) {
+            names.insert(line.substr(before.size(), line.size() - before.size() - after.size()));
+        }
     }
     return names;
 }
@@ -211,12 +233,12 @@ TEST(Table, HasEveryMethodOfTheWireAndEveryCFunctionThatIsExported)
     for (const Request& row : requests::kAll) {
         methods.insert(row.method);
     }
-    EXPECT_EQ(Names(ZAV_WIRE, R"re(<method name="(\w+)">)re"), methods);
-    std::set<std::string> functions;
+    EXPECT_EQ(Names(ZAV_WIRE, "    <method name=\"", "\">"), methods);
+    std::set<std::string> functions{"_ZN13ZAVServiceAPI*", "*"}; // the class; all else is local
     for (const Request& row : kExported) {
         functions.insert(row.name);
     }
-    EXPECT_EQ(Names(ZAV_MAP, R"(\n    (\w+);)"), functions);
+    EXPECT_EQ(Names(ZAV_MAP, "    ", ";"), functions);
 }
 
 } // namespace

@@ -42,15 +42,17 @@ int Number(Words& words)
 /** The rest of the line, in which 7*3 stands for 7, 7, 7. */
 std::string Rest(Words& words)
 {
-    static const std::regex run(R"((\w+)\*(\d+))");
     std::string text;
     std::getline(words >> std::ws, text);
-    for (std::smatch found; std::regex_search(text, found, run);) {
-        std::string numbers = found[1];
-        for (int left = std::stoi(found[2]); left > 1; --left) {
-            numbers += ", " + found.str(1);
+    for (size_t star = 0; (star = text.find('*')) != std::string::npos;) {
+        const size_t before = text.find_last_of(" ", star) + 1;
+        const std::string number = text.substr(before, star - before);
+        size_t digits = 0;
+        std::string numbers = number;
+        for (int left = std::stoi(text.substr(star + 1), &digits); left > 1; --left) {
+            numbers += ", " + number;
         }
-        text = found.prefix().str() + numbers + found.suffix().str();
+        text.replace(before, star + 1 + digits - before, numbers);
     }
     return text;
 }
