@@ -165,9 +165,8 @@ inline testing::AssertionResult SameLog(const char*, const char*, const std::str
     const auto left = Split(expected);
     const auto right = Split(actual);
     const auto [from, to] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
-    const auto [leftEnd, rightEnd] =
-        std::mismatch(left.rbegin(), std::make_reverse_iterator(from), right.rbegin(),
-                      std::make_reverse_iterator(to));
+    const auto [leftEnd, rightEnd] = std::mismatch(left.rbegin(), std::make_reverse_iterator(from),
+                                                   right.rbegin(), std::make_reverse_iterator(to));
     auto failure = testing::AssertionFailure() << "what crosses the boundary differs:\n";
     const auto show = [&failure](const char* mark, auto first, auto last) {
         for (int shown = 0; first != last && shown < 9; ++first, ++shown) {

@@ -21,32 +21,32 @@ using Operation = int (*)(int value); ///< a call with this value if it takes on
 /** Lines are those of the boundary log; in those of the C function {} stands for its name. */
 struct Request
 {
-    std::string name;                   ///< of the method and of the C function
-    Operation call;                     ///< the method
-    Operation exported = nullptr;       ///< the C function, if there is one
-    int value = 0;                      ///< what both are called with, 0 for none
-    std::string logged = name;          ///< the name in the log
-    std::string method = logged;        ///< on the bus; "" for none
+    std::string name;             ///< of the method and of the C function
+    Operation call;               ///< the method
+    Operation exported = nullptr; ///< the C function, if there is one
+    int value = 0;                ///< what both are called with, 0 for none
+    std::string logged = name;    ///< the name in the log
+    std::string method = logged;  ///< on the bus; "" for none
     std::string announced = value != 0 ? std::to_string(value) : ""; ///< number when it begins
-    std::string announcedAs = "int";    ///< its type in the trace
-    std::string sent = value != 0 ? "(" + announced + ",)" : "()"; ///< body of the call
-    std::string reply = "";             ///< a good one; "" for a call that does not wait
-    int result = 0;                     ///< with a good reply,
-    int mistyped = 0;                   ///< with one of another type, whose number is taken as 0,
-    int unanswered = 0;                 ///< without a reply,
-    int refused = unanswered;           ///< and without a proxy or a turn
-    int received = result;              ///< the number in a good reply
-    std::string first = "";             ///< lines before all others,
-    const char* read = nullptr;         ///< on a good reply, where they are of their own kind,
-    const char* misread = nullptr;      ///< on one of another type,
-    std::string last = "";              ///< after the turn
-    bool turn = true;                   ///< whether it waits for one,
-    const char* connected = "";         ///< and if not, lines with a connection
-    const char* unconnected = "";       ///< and without one
+    std::string announcedAs = "int";                                 ///< its type in the trace
+    std::string sent = value != 0 ? "(" + announced + ",)" : "()";   ///< body of the call
+    std::string reply = "";        ///< a good one; "" for a call that does not wait
+    int result = 0;                ///< with a good reply,
+    int mistyped = 0;              ///< with one of another type, whose number is taken as 0,
+    int unanswered = 0;            ///< without a reply,
+    int refused = unanswered;      ///< and without a proxy or a turn
+    int received = result;         ///< the number in a good reply
+    std::string first = "";        ///< lines before all others,
+    const char* read = nullptr;    ///< on a good reply, where they are of their own kind,
+    const char* misread = nullptr; ///< on one of another type,
+    std::string last = "";         ///< after the turn
+    bool turn = true;              ///< whether it waits for one,
+    const char* connected = "";    ///< and if not, lines with a connection
+    const char* unconnected = "";  ///< and without one
     const char* entry = "6 {} > ZAV_API_BRIDGE\n"; ///< lines of the C function before it connects,
-    bool connects = true;               ///< if it does,
-    const char* sending = "";           ///< after that,
-    const char* returned = "";          ///< and at its end
+    bool connects = true;                          ///< if it does,
+    const char* sending = "";                      ///< after that,
+    const char* returned = "";                     ///< and at its end
 
     int run() const { return call(value); }
 };
@@ -112,8 +112,7 @@ constexpr const char* kModeLines =
     "4 GetModeList > GetModeList MODE: 104 | enum_AudioEffect\n";
 
 /** A method and the C function of its name. */
-#define BOTH(function)                                                                             \
-    .name = #function, .call = Of<Api::function>, .exported = Of<::function>
+#define BOTH(function) .name = #function, .call = Of<Api::function>, .exported = Of<::function>
 
 // clang-format off
 
