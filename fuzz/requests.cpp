@@ -4,10 +4,10 @@
 // right and wrong types: whatever comes, nothing is held afterwards, the service is asked once at
 // the most and only with the lock, what got no answer has the result of its row, and the process
 // ends only where too many bytes have come.
+#include "Requests.h"
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Input.h"
-#include "Requests.h"
 
 #include <csetjmp>
 #include <dlfcn.h>
@@ -146,11 +146,9 @@ void Signal(Input& input, const Circumstances& met)
     }
 }
 
-void Ask(Input& input, const Request& row, const Circumstances& met)
+/** The way back from an end needs values that were there before: they are parameters. */
+void Ask(const Request& row, Operation call, int value, const Circumstances& met)
 {
-    const Operation call = row.exported != nullptr && (input.Byte() & 1) != 0 ? row.exported
-                                                                             : row.call;
-    const int value = row.value != 0 ? input.Int() : 0;
     mayEnd = row.method == "GetSCL" && met.body != nullptr &&
              LongestBytes(met.body) >= (ZAV_MAX_SPEAKERS + 1) * sizeof(SCLSpkInfo);
     if (sigsetjmp(afterEnd, 0) != 0) {
@@ -160,7 +158,8 @@ void Ask(Input& input, const Request& row, const Circumstances& met)
         return;
     }
     const int result = call(value);
-    const bool waits = !row.reply.empty() && (row.value == 0 || value > 0); // or has nothing to send
+    const bool waits =
+        !row.reply.empty() && (row.value == 0 || value > 0); // or has nothing to send
     if (met.refused) {
         Demand(result == row.refused);
     } else if (waits && met.body == nullptr) {
@@ -194,7 +193,9 @@ void Step(Input& input)
         const Request& row = requests::kOthers[operation % requests::kOthers.size()];
         (row.exported != nullptr ? row.exported : row.call)(0);
     } else {
-        Ask(input, requests::kAll[operation % requests::kAll.size()], met);
+        const Request& row = requests::kAll[operation % requests::kAll.size()];
+        const bool exported = row.exported != nullptr && (input.Byte() & 1) != 0;
+        Ask(row, exported ? row.exported : row.call, row.value != 0 ? input.Int() : 0, met);
     }
     mayEnd = false;
     Demand(fake::use.calls <= 1 && fake::use.callsWithoutLock == 0);
