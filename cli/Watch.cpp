@@ -209,7 +209,10 @@ bool IsReady()
     try {
         return Request([] { return Api::IsZAVReady(); }).result > 0;
     } catch (const Failure& failure) {
-        if (abandoned || failure.cause == Cause::noBus || failure.cause == Cause::denied) {
+        if (abandoned) { // within what was left of the time
+            throw Failure(Cause::noAnswer, "ZAVService did not answer in time");
+        }
+        if (failure.cause == Cause::noBus || failure.cause == Cause::denied) {
             throw;
         }
         return false;
