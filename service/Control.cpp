@@ -87,13 +87,14 @@ guint Milliseconds(const std::string& text)
 Variant Body(const std::string& text)
 {
     g_autoptr(GError) error = nullptr;
-    GVariant* value =
+    GVariant* parsed =
         g_variant_parse(nullptr, text.data(), text.data() + text.size(), nullptr, &error);
-    if (value == nullptr) {
+    if (parsed == nullptr) {
         throw std::invalid_argument(Quoted(text) + " is not a value: " + error->message);
     }
-    const bool whole = g_variant_is_of_type(value, G_VARIANT_TYPE_TUPLE) != FALSE;
-    const Variant body = Hold(whole ? value : g_variant_new_tuple(&value, 1));
+    const Variant value = Hold(parsed);
+    const bool whole = g_variant_is_of_type(parsed, G_VARIANT_TYPE_TUPLE) != FALSE;
+    const Variant body = whole ? value : Hold(g_variant_new_tuple(&parsed, 1));
     if (!FitsTheWire(body.get())) {
         throw std::invalid_argument("D-Bus cannot carry " + text);
     }
