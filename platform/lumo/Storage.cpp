@@ -187,11 +187,13 @@ ChunkState StateOf(Chunk& entry)
     return std::atomic_ref(entry.state).load(std::memory_order_relaxed);
 }
 
-/** Readers look at the entry before and after they read the run. */
+/**
+ * Readers look at the entry before and after they read the run: nothing that is written later may
+ * be seen earlier, and nothing that was written earlier later.
+ */
 void SetState(Chunk& entry, ChunkState state)
 {
-    std::atomic_ref(entry.state).store(state, std::memory_order_release);
-    std::atomic_thread_fence(std::memory_order_release);
+    std::atomic_ref(entry.state).exchange(state, std::memory_order_acq_rel);
 }
 
 /** Whether a part of the store can be written to. */
