@@ -329,7 +329,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Registrations, testing::ValuesIn(kinds),
 
 TEST(Registration, IsTakenAsAWholeBeforeTheBytesAreLogged)
 {
-    const Kind& spdif = kinds[0];
+    const Kind spdif = kinds[0];
     const std::function<void()> changes[] = {
         spdif.clear,
         [&spdif] { spdif.set(false, &dataOfSecond); },
