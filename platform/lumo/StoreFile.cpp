@@ -128,7 +128,7 @@ std::int64_t Now(clockid_t clock)
 
 FileHeader* Map(const File& file, std::uint32_t chunkCount)
 {
-    const std::size_t size = StoreSize(chunkCount);
+    const auto size = static_cast<std::size_t>(StoreSize(chunkCount));
     rlimit limit{};
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
         throw std::runtime_error("RLIMIT_FSIZE is smaller than the store"); // and SIGXFSZ deadly
@@ -142,7 +142,7 @@ FileHeader* Map(const File& file, std::uint32_t chunkCount)
         Fail();
     }
     // To bring the pages around into memory as well pays for those who trace much, but not before.
-    const std::size_t first = ChunksOffset(chunkCount) + (1U << 20);
+    const auto first = static_cast<std::size_t>(ChunksOffset(chunkCount) + (1U << 20));
     madvise(memory, std::min(size, first), MADV_RANDOM);
     int error = lumo::Populate(memory, sizeof(FileHeader));
     if (error == EINVAL) {
@@ -203,7 +203,7 @@ FileHeader* MakeStore(const std::string& path, std::uint32_t limit, Mode mode)
         MakeLock(store->lock);
         Publish(file, temporary.text.c_str(), path.c_str());
     } catch (...) {
-        munmap(store, StoreSize(chunks));
+        munmap(store, static_cast<std::size_t>(StoreSize(chunks)));
         throw;
     }
     file.Keep(); // for its lock
