@@ -169,8 +169,7 @@ void BytesArgument(CLI::App& verb)
 {
     verb.add_option("BYTES", numbers, "0 to 255, also as 0x00 to 0xff")
         ->required()
-        ->check(CheckNumber, "")
-        ->check(CLI::Range(0, 255));
+        ->check(CheckRange(0, 255), "");
 }
 
 Action TunnelSend(CLI::App& verb)

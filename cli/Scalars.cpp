@@ -258,6 +258,18 @@ try {
     return failure.what();
 }
 
+std::function<std::string(const std::string&)> CheckRange(int least, int most)
+{
+    return [=](const std::string& text) {
+        std::string fault = CheckNumber(text);
+        if (fault.empty() && (ParseNumber(text) < least || ParseNumber(text) > most)) {
+            fault = "'" + text + "' is not in the range " + std::to_string(least) + " to " +
+                    std::to_string(most);
+        }
+        return fault;
+    };
+}
+
 std::string CheckSeconds(const std::string& text)
 {
     char* end = nullptr;

@@ -42,6 +42,7 @@ int ParseNumber(const std::string& text);
 /** For CLI::Option::check(): what is wrong with a number, "" for nothing. */
 std::string CheckNumber(const std::string& text);
 std::string CheckSeconds(const std::string& text);
+std::function<std::string(const std::string&)> CheckRange(int least, int most);
 
 } // namespace cli
 

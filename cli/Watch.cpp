@@ -159,7 +159,7 @@ Action Monitor(CLI::App& verb)
     static double seconds = 0;
     static int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
     verb.add_option("--count", monitor.count, "End after so many events")
-        ->check(CLI::Range(1, INT_MAX));
+        ->check(CheckRange(1, INT_MAX), "");
     verb.add_option("--for", seconds, "End after so many seconds")->check(CheckSeconds, "");
     verb.add_option("--id", id, "The external device")->capture_default_str();
     return [] {
