@@ -162,9 +162,9 @@ std::size_t Committed(const std::vector<unsigned char>& data)
 {
     for (std::uint64_t at = 0; at + sizeof(RecordHeader) <= data.size();) {
         std::uint32_t length = 0;
-        std::memcpy(&length, &data[at], sizeof length);
+        std::memcpy(&length, &data[static_cast<std::size_t>(at)], sizeof length);
         if (length == 0) {
-            return at;
+            return static_cast<std::size_t>(at);
         }
         at += length < sizeof(RecordHeader) ? data.size() : Padded(length);
     }
@@ -206,7 +206,8 @@ Reader::Reader(const std::string& path) : m_file(path)
     }
     m_wholeSize = StoreSize(m_header.chunkCount);
     m_fileSize = std::min(static_cast<std::uint64_t>(status.st_size), m_wholeSize);
-    m_laps.resize(std::min<std::uint64_t>(m_header.chunkCount, m_fileSize / sizeof(Chunk)));
+    m_laps.resize(static_cast<std::size_t>(
+        std::min<std::uint64_t>(m_header.chunkCount, m_fileSize / sizeof(Chunk))));
     if (m_fileSize < m_wholeSize) {
         CutOff(m_fileSize);
     }
@@ -299,7 +300,7 @@ bool Reader::Load(Run& run)
     }
     run.thread = run.base == 0 ? before.thread : run.thread;
     run.isOpen = before.state != ChunkState::closed;
-    run.data.resize(std::min(end, m_fileSize) - Offset(run));
+    run.data.resize(static_cast<std::size_t>(std::min(end, m_fileSize) - Offset(run)));
     const auto read = [&] { run.data.resize(Read(run.data.data(), run.data.size(), Offset(run))); };
     read();
     if (run.isOpen) {
@@ -341,7 +342,7 @@ std::optional<Reader::Raw> Reader::Take(Run& run)
         return std::nullopt;
     }
     run.time = raw.header.time;
-    run.at += std::min<std::size_t>(Padded(length), rest.size());
+    run.at += static_cast<std::size_t>(std::min<std::uint64_t>(Padded(length), rest.size()));
     raw.payload = rest.subspan(sizeof raw.header, length - sizeof raw.header);
     return raw;
 }
