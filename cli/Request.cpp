@@ -62,13 +62,19 @@ Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
     return Failure::For(cause, (named ? std::string(name) + ": " : "") + error->message);
 }
 
-/** The library's last call on the bus; it hands on no error that comes back. */
-struct
+/** A call on the bus, and how it failed. */
+struct Call
 {
     std::mutex mutex;
     guint32 serial = 0;
     std::optional<Failure> failure;
-} lastCall;
+};
+
+/**
+ * The library's last one; it hands on no error that comes back. Never destroyed: GIO's thread looks
+ * at it until the process is gone.
+ */
+Call& lastCall = *new Call;
 
 /** Sees every message of the connection, on GIO's own thread. */
 GDBusMessage* Watch(GDBusConnection* /*bus*/, GDBusMessage* message, gboolean incoming,
