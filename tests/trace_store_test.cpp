@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 /**
  * @file trace_store_test.cpp
- * The platform stand-ins, the reader of trace stores, and `zavctl trace`.
+ * What the platform stand-ins write, and the reader of trace stores.
  *
  * The stand-ins read the environment in the process that uses them, so each scene runs in a process
- * of its own: this program again, in the transcripts `tracer`, with the scene's name. Its clock
- * takes a microsecond for each look at it.
+ * of its own: this program again, with the scene's name. So do the transcripts `traces`, `logs` and
+ * `views`, where it is called `tracer`. Its clock takes a microsecond for each look at it.
  */
 #include "FakeGio.h"
 #include "LogPoint.h"
@@ -27,7 +27,6 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
@@ -308,162 +307,53 @@ std::string Content(const std::string& path)
 class StandIns : public testing::Test
 {
 protected:
-    void SetUp() override
+    StandIns()
     {
-        char name[] = "/tmp/stand-ins-XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_folder = name;
+        EXPECT_NE(mkdtemp(m_folder.data()), nullptr);
         std::filesystem::current_path(m_folder);
-        std::filesystem::create_directory("bin");
-        std::filesystem::create_symlink(ZAV_ITSELF, "bin/tracer");
-        std::filesystem::create_symlink(ZAVCTL, "bin/zavctl");
-        setenv("PATH", (m_folder + "/bin:" + m_path).c_str(), 1);
-        setenv("TZ", "XYZ-05:30", 1);
         setenv("ZAV_LOG", "off", 1);
     }
-    void TearDown() override
+    ~StandIns() override
     {
         std::filesystem::current_path("/");
         std::filesystem::remove_all(m_folder);
     }
 
-    /** Runs what stands behind "$ ", which has to print what stands below it. */
-    void Expect(const std::string& transcript) const
-    {
-        constexpr const char* tools = R"sh( slices() {
-            sed -n 's/.*{"name":"\([^"]*\)".*"ph":"B".*"ts":\([0-9.]*\).*/<\2 \1/p
-                    s/.*"ph":"E".*"ts":\([0-9.]*\).*/ \1>/p' $1 |
-                tr -d '\n' | sed 's/<[0-9.]* export/\n&/g'; echo; }; )sh";
-        std::istringstream lines(transcript);
-        std::string replayed;
-        for (std::string line; std::getline(lines, line);) {
-            if (!line.starts_with("$ ")) {
-                continue;
-            }
-            for (std::string more; line.ends_with('\\') && std::getline(lines, more);) {
-                line += "\n" + more;
-            }
-            const std::string command = tools + line.substr(2);
-            const int status = std::system(("{" + command + "\n} >out 2>&1").c_str());
-            replayed += line + "\n" + Content("out");
-            replayed += status ? "[exit " + std::to_string(WEXITSTATUS(status)) + "]\n" : "";
-        }
-        for (size_t at; (at = replayed.find(m_folder)) != std::string::npos;) {
-            replayed.replace(at, m_folder.size(), "HERE");
-        }
-        EXPECT_EQ(transcript, replayed);
-    }
     /** The store that a scene leaves. */
-    static Store Trace(const std::string& scene, const std::string& environment = "")
+    static Store Trace(const std::string& scene, const std::string& environment)
     {
-        EXPECT_EQ(std::system(("LUMO_TRACE=trace " + environment + " tracer " + scene).c_str()), 0);
+        const std::string command = "LUMO_TRACE=trace " + environment + " " ZAV_ITSELF " " + scene;
+        EXPECT_EQ(std::system(command.c_str()), 0);
         return Store("trace");
     }
 
-    std::string m_folder;
-    const std::string m_path = std::getenv("PATH");
+    std::string m_folder = "/tmp/stand-ins-XXXXXX";
 };
-
-TEST_F(StandIns, TraceIntoNothingThatIsNotTheirs)
-{
-    Expect(R"($ LUMO_TRACE=untouched tracer nothing
-$ echo worth keeping >text; ln -s store link; ln -s nowhere dangling; mkfifo fifo; mkdir folder
-$ LUMO_TRACE=store tracer sample; stat -c %A store; printf 'LUMOTRC1%200s' >old; touch empty
--rw-------
-$ zavctl trace old
-zavctl: old: this trace store has another format than today's
-[exit 1]
-$ for file in store old empty; do LUMO_TRACE=$file tracer abandon; zavctl trace $file | wc -l; done
-2
-2
-2
-$ for it in text link dangling fifo folder /dev/null no/store; do LUMO_TRACE=$it tracer sample; done
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/text: it is a file, but no trace store
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/link: it is no plain file
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/dangling: it is no plain file
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/fifo: it is no plain file
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/folder: it is no plain file
-ruvi-lumo: cannot trace into LUMO_TRACE=/dev/null: it is no plain file
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/no/store: No such file or directory
-$ LUMO_TRACE_LIMIT=19K LUMO_TRACE=new tracer sample
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/new: LUMO_TRACE_LIMIT=19K is not from 20K to 1024M
-$ for it in 4097M 12Q -1 99999999999; do LUMO_TRACE_LIMIT=$it LUMO_TRACE=new tracer sample; done 2>why
-$ grep -c 'is not from' why
-4
-$ LUMO_TRACE_MODE=ring LUMO_TRACE=new tracer sample
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/new: LUMO_TRACE_MODE=ring is neither keep nor overwrite
-$ ulimit -f 100; LUMO_TRACE=new tracer sample
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/new: RLIMIT_FSIZE is smaller than the store
-$ LUMO_TRACE_LIMIT=1024M LUMO_TRACE=big tracer sample; [ $(du -k big | cut -f1) -lt 128 ]
-$ for i in 1 2 3 4; do LUMO_TRACE=store tracer parts 2>>why-not & done; \
-  until [ $(cat why-not | wc -l) = 3 ]; do sleep 0.01; done; touch go-on; wait; cat why-not
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/store: another process traces into it
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/store: another process traces into it
-ruvi-lumo: cannot trace into LUMO_TRACE=HERE/store: another process traces into it
-$ zavctl trace store | wc -l; cat text; ls | tr '\n' ' '; echo
-2
-worth keeping
-big bin dangling empty fifo folder go-on link old out store text why why-not 
-)");
-}
-
-TEST_F(StandIns, LogWhereTheEnvironmentSaysAndEndNobody)
-{
-    Expect(R"($ ZAV_LOG=log tracer line; stat -c %A log; cat log
--rw-------
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-$ for log in /dev/stderr /dev/fd/2 ""; do ZAV_LOG=$log tracer line; done
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-$ echo kept >file; ln -s file link; mkfifo fifo
-$ for log in link fifo .; do ZAV_LOG=$log tracer line; done; cat file
-platform-log: cannot open ZAV_LOG=link: Too many levels of symbolic links; logging to standard error
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-platform-log: cannot open ZAV_LOG=fifo: No such device or address; logging to standard error
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-platform-log: cannot open ZAV_LOG=.: Is a directory; logging to standard error
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-kept
-$ ZAV_LOG=fifo tracer pipe
-2026-01-02 08:34:05.678 E ZAV_API: a	b c d1
-alive
-$ ulimit -f 1; ZAV_LOG=limited tracer log
-$ export ZAV_LOG=all; tracer log & tracer log; wait; sort all | uniq -cd | awk '$1 == 2 && length($NF) == 3000' | wc -l
-800
-)");
-}
 
 TEST_F(StandIns, WriteTheDocumentedExampleWhateverTheWordSize)
 {
     Trace("sample", "LUMO_TRACE_LIMIT=20K");
     const std::string store = Content("trace");
-    std::ifstream page(ZAV_TRACE_FORMAT);
-    std::string documented, written;
-    for (std::string line; std::getline(page, line);) {
-        if (!line.starts_with("0000")) {
-            continue; // none of the hex dump
-        }
-        const std::size_t start = std::stoul(line, nullptr, 16);
-        for (std::size_t i = 0; i < 16; ++i) {
-            documented += static_cast<char>(
-                std::stoi(line.substr(10 + i / 2 * 5 + i % 2 * 2, 2), nullptr, 16));
-        }
-        written += store.substr(start, 16);
-    }
-    ASSERT_EQ(documented.size(), 22u * 16);
     // Process and clock; of two runs the threads and the start; of three records the time.
-    for (const auto& [at, size] : {std::pair(20u, 12u),
-                                   {76, 12},
-                                   {96, 4},
-                                   {116, 12},
-                                   {136, 4},
-                                   {152, 8},
-                                   {296, 8},
-                                   {320, 8}}) {
-        written.replace(at, size, documented, at, size);
+    constexpr std::pair<std::size_t, std::size_t> varying[] = {
+        {20, 32},   {140, 152},   {160, 164},     {180, 192},
+        {200, 204}, {4104, 4112}, {12296, 12304}, {12320, 12328}};
+    std::ifstream page(ZAV_TRACE_FORMAT);
+    int compared = 0;
+    for (std::string line; std::getline(page, line);) {
+        for (std::size_t i = 0; line.starts_with("0000") && i < 16; ++i, ++compared) {
+            const std::size_t at = std::stoul(line, nullptr, 16) + i;
+            const int documented =
+                std::stoi(line.substr(10 + i / 2 * 5 + i % 2 * 2, 2), nullptr, 16);
+            EXPECT_TRUE(static_cast<unsigned char>(store[at]) == documented ||
+                        std::ranges::any_of(varying,
+                                            [at](const auto& part) {
+                                                return part.first <= at && at < part.second;
+                                            }))
+                << "byte " << at;
+        }
     }
-    EXPECT_EQ(documented, written);
+    EXPECT_EQ(compared, 22 * 16);
 }
 
 TEST_F(StandIns, LoseNothingThatWasCommittedWhenTheProcessIsKilled)
@@ -477,7 +367,7 @@ TEST_F(StandIns, LoseNothingThatWasCommittedWhenTheProcessIsKilled)
             setenv("LUMO_TRACE", "trace", 1);
             setenv("LUMO_TRACE_LIMIT", overwrites ? "52K" : "256M", 1);
             setenv("LUMO_TRACE_MODE", overwrites ? "overwrite" : "keep", 1);
-            execlp("tracer", "tracer", i % 4 < 2 ? "count" : "count-in-threads", nullptr);
+            execl(ZAV_ITSELF, ZAV_ITSELF, i % 4 < 2 ? "count" : "count-in-threads", nullptr);
             _exit(1);
         }
         const int progress = open("progress", O_RDONLY | O_CLOEXEC);
@@ -511,7 +401,7 @@ TEST_F(StandIns, KeepEveryRecordOfThreadsThatFollowEachOther)
             ASSERT_EQ(record.message, std::to_string(written[record.thread]++ % 10));
         }
     }
-    const Store forked = Trace("fork");
+    const Store forked = Trace("fork", "");
     EXPECT_EQ(forked.records.size(), 3u);
     for (const StoredRecord& record : forked.records) {
         EXPECT_EQ(record.thread == forked.process, record.message != "1") << record.message;
@@ -551,36 +441,46 @@ TEST_F(StandIns, CountWhatIsLostWhileTheStoreIsRead)
 
 // ---- The reader on damage -----------------------------------------------------------------------
 
-/** What a store with these bytes yields; and how many records that were not written like this. */
-std::pair<Store, std::ptrdiff_t> Read(const std::string& bytes, const Store& whole)
+class Damaged : public StandIns
 {
-    static const int memory = memfd_create("damaged", MFD_CLOEXEC);
-    EXPECT_EQ(ftruncate(memory, 0), 0);
-    EXPECT_EQ(pwrite(memory, bytes.data(), bytes.size(), 0), std::ssize(bytes));
-    Store store("/proc/self/fd/" + std::to_string(memory));
-    const auto altered = std::ranges::count_if(store.records, [&](const StoredRecord& record) {
-        return std::ranges::none_of(whole.records, [&](const StoredRecord& original) {
-            return record.time == original.time && record.payload == original.payload;
-        });
-    });
-    return {std::move(store), altered};
-}
+protected:
+    /** What a store with these bytes yields: but for so many records, what was written. */
+    Store Read(const std::string& bytes, int altered) const
+    {
+        static const int memory = memfd_create("damaged", MFD_CLOEXEC);
+        EXPECT_EQ(ftruncate(memory, 0), 0);
+        EXPECT_EQ(pwrite(memory, bytes.data(), bytes.size(), 0), std::ssize(bytes));
+        Store store("/proc/self/fd/" + std::to_string(memory));
+        EXPECT_LE(store.records.size(), m_whole.records.size());
+        EXPECT_LE(std::ranges::count_if(store.records,
+                                        [this](const StoredRecord& read) {
+                                            return std::ranges::none_of(
+                                                m_whole.records,
+                                                [&read](const StoredRecord& written) {
+                                                    return read.time == written.time &&
+                                                           read.payload == written.payload;
+                                                });
+                                        }),
+                  altered);
+        return store;
+    }
 
-TEST_F(StandIns, AreReadUpToWhereTheyAreCutOff)
+    const Store m_whole = Trace("types", "LUMO_TRACE_LIMIT=52K");
+    const std::string m_bytes = Content("trace");
+};
+
+TEST_F(Damaged, StoreIsReadUpToWhereItIsCutOff)
 {
-    const Store whole = Trace("types", "LUMO_TRACE_LIMIT=52K");
-    const std::string bytes = Content("trace");
     std::size_t before = 0;
-    for (std::size_t size = 0; size < bytes.size(); size += size < 128 ? 1 : 53) {
+    for (std::size_t size = 0; size < m_bytes.size(); size += size < 128 ? 1 : 53) {
         if (size < sizeof(lumo::format::FileHeader)) {
-            EXPECT_THROW(Read(bytes.substr(0, size), whole), std::runtime_error);
+            EXPECT_THROW(Read(m_bytes.substr(0, size), 0), std::runtime_error);
             continue;
         }
-        const auto [store, altered] = Read(bytes.substr(0, size), whole);
+        const Store store = Read(m_bytes.substr(0, size), 0);
         ASSERT_EQ(store.damage, "at byte " + std::to_string(size) + " of " +
-                                    std::to_string(bytes.size()) + " the file is cut off");
-        ASSERT_GE(store.records.size(), before) << size;
-        ASSERT_EQ(altered, 0) << size;
+                                    std::to_string(m_bytes.size()) + " the file is cut off");
+        ASSERT_TRUE(!HasFailure() && store.records.size() >= before) << size;
         before = store.records.size();
     }
     EXPECT_EQ(before, 7u);
@@ -593,22 +493,18 @@ TEST_F(StandIns, AreReadUpToWhereTheyAreCutOff)
     EXPECT_TRUE(reader.Damage() && reader.Damage()->ends_with("the file is cut off"));
 }
 
-TEST_F(StandIns, AreToldToBeDamagedAndYieldNoRecordThatWasNotWritten)
+TEST_F(Damaged, StoreIsToldToBeSoAndYieldsNoRecordThatWasNotWritten)
 {
-    const Store whole = Trace("types", "LUMO_TRACE_LIMIT=52K");
-    const std::string bytes = Content("trace");
     std::set<std::string> damages;
-    for (std::size_t at = sizeof(lumo::format::FileHeader); at < bytes.size(); ++at) {
-        if (bytes.compare(at, 64, std::string(64, bytes[at])) == 0) {
+    for (std::size_t at = sizeof(lumo::format::FileHeader); at < m_bytes.size(); ++at) {
+        if (m_bytes.compare(at, 64, std::string(64, m_bytes[at])) == 0) {
             continue; // zeros, or the long text
         }
         for (const int flip : {0x01, 0x04, 0x10, 0x80, 0xFF}) {
-            std::string flipped = bytes;
+            std::string flipped = m_bytes;
             flipped[at] = static_cast<char>(flipped[at] ^ flip);
-            const auto [store, altered] = Read(flipped, whole);
-            ASSERT_LE(store.records.size(), 7u) << at;
-            ASSERT_LE(altered, 1) << at;
-            ASSERT_TRUE(store.damage || store.IsSorted()) << at;
+            const Store store = Read(flipped, 1);
+            ASSERT_TRUE(!HasFailure() && (store.damage || store.IsSorted())) << at;
             if (store.damage) {
                 damages.insert(store.damage->substr(store.damage->find(" a")));
             }
@@ -621,85 +517,6 @@ TEST_F(StandIns, AreToldToBeDamagedAndYieldNoRecordThatWasNotWritten)
                                      " a record has a location that is not in the store",
                                      " a record has a time that cannot be",
                                      " an entry of the table of chunks is not valid"}));
-}
-
-// ---- What zavctl makes of it --------------------------------------------------------------------
-
-TEST_F(StandIns, AreShownAsLinesOrAsJson)
-{
-    Expect(R"sh($ LUMO_TRACE=t tracer types; zavctl trace t | tr -s x | cut -d' ' -f1,2,4- | cat -v
-2026-01-02 08:34:05.678004 Run: SID = abc, -7
-2026-01-02 08:34:05.678005 Run: SID = (null), 100
-2026-01-02 08:34:05.678007 WriteEveryType: 0x1234abcd (nil)
-2026-01-02 08:34:05.678009 WriteEveryType: 0a 4294967295%
-2026-01-02 08:34:05.678011 WriteEveryType: 1 -100
-2026-01-02 08:34:05.678014 WriteEveryType: x
-2026-01-02 08:34:05.678016 Describe: 1 M-^?  
-$ zavctl trace t --json | tail -n 1 | sed 's/"thread":[0-9]*/"thread":1/; s/,"file".*,"message/.../'
-{"time":"1767323045678016000","thread":1,"operation":"Describe","function":"int Sample::Describe(bool)"...":"1 �\n\u001b","format":"%d %s","arguments":[true,"�\n\u001b"]}
-$ LUMO_TRACE=parts tracer parts & until [ -f parts ]; do sleep 0.01; done; \
-  zavctl trace parts --follow | while read -r line; do touch go-on; echo "${line##* }"; done
-1
-2
-)sh");
-}
-
-TEST_F(StandIns, AreSummedUpByOperationAndDrawnAsATimelineOfNestedSlices)
-{
-    Expect(R"($ LUMO_TRACE=t tracer requests; zavctl trace t --stat
-operation requests median_us p99_us busy_waits gave_up no_proxy no_answer not_connected
-GetModeList 1 8.0 8.0 0 0 0 0 0
-GetWooferLevel 3 7.0 102.0 102 1 0 1 0
-InitDbusConnection 2 2.0 2.0 0 0 0 0 1
-IsSoundBarConnected 1 2.0 2.0 0 0 1 0 0
-IsZAVReady 1 4.0 4.0 0 0 0 0 0
-SetEqualizerLevel 1 2.0 2.0 0 0 0 0 0
-SubscribeZAVCSharpCallback 1 - - 0 0 0 0 0
-$ LUMO_TRACE=t tracer fragments; zavctl trace t --stat --json | head -n 1
-{"operation":"GetWooferLevel","requests":2,"median_us":4.0,"p99_us":4.0,"busy_waits":0,"gave_up":0,"no_proxy":0,"no_answer":0,"not_connected":0}
-$ LUMO_TRACE=t tracer requests; zavctl trace t --chrome c; slices c; grep -o 'main thread' c
-
-<0.0 export IsSoundBarConnected<2.0 InitDbusConnection 4.0><6.0 IsSoundBarConnected 8.0> 8.0>
-<10.0 export GetWooferLevel<11.0 InitDbusConnection 13.0><15.0 GetWooferLevel<17.0 wait for the lock 20.0><20.0 call 20.0> 22.0> 22.0>
-<23.0 export GetWooferLevel<24.0 GetWooferLevel<25.0 wait for the lock 126.0> 126.0> 126.0>
-<127.0 export GetWooferLevel<128.0 GetWooferLevel<128.0 call 129.0> 131.0> 131.0>
-<133.0 export GetModeList<135.0 GetModeList<135.0 call 137.0> 143.0> 143.0>
-<145.0 export SetEqualizerLevel<147.0 SetEqualizerLevel<147.0 call 149.0> 149.0> 149.0><151.0 SubscribeZAVCSharpCallback 151.0>
-<157.0 export IsZAVReady<159.0 IsZAVReady<159.0 call 161.0> 163.0> 165.0>
-main thread
-$ LUMO_TRACE=t tracer fragments; zavctl trace t --chrome c; slices c; grep -c '"ph":"i"' c
-
-<4.0 export GetWooferLevel<6.0 InitDbusConnection 8.0><10.0 GetWooferLevel<10.0 call 12.0> 14.0> 14.0><18.0 GetWooferLevel 18.0>
-4
-)");
-}
-
-TEST_F(StandIns, AreNeitherDestroyedNorShownInSilenceWhenTheyAreNotWhole)
-{
-    Expect(R"($ LUMO_TRACE=t tracer sample; ln t same; zavctl trace t --chrome same
-zavctl: same: is a trace store; the timeline would destroy it
-[exit 2]
-$ zavctl trace t --chrome none/c
-zavctl: none/c: cannot be written: No such file or directory
-[exit 1]
-$ zavctl trace t --follow --stat
-zavctl: --follow shows records: not with --stat or --chrome
-[exit 2]
-$ zavctl trace none
-zavctl: none: No such file or directory
-[exit 1]
-$ truncate -s 13000 t; zavctl trace t --chrome c
-zavctl: t: damaged: at byte 13000 of 16777216 the file is cut off
-[exit 1]
-$ LUMO_TRACE=full LUMO_TRACE_LIMIT=20K tracer full; zavctl trace full | wc -l
-zavctl: full: 2937 records found no room
-64
-$ LUMO_TRACE=full LUMO_TRACE_LIMIT=20K LUMO_TRACE_MODE=overwrite tracer full
-$ zavctl trace full | cut -d' ' -f4 | tail -n 2
-zavctl: full: 2944 records gave way to newer ones
-WriteText:
-FillTheStore:
-)");
 }
 
 } // namespace
