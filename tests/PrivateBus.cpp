@@ -20,23 +20,14 @@ std::shared_ptr<T> Hold(T* object)
     return {object, g_object_unref};
 }
 
-std::shared_ptr<GVariant> Hold(GVariant* value)
-{
-    return {g_variant_take_ref(value), g_variant_unref};
-}
-
 [[noreturn]] void Throw(const std::string& what, const GError* error)
 {
     throw std::runtime_error(what + ": " + (error != nullptr ? error->message : "no reason given"));
 }
 
-std::shared_ptr<GSubprocess> Spawn(const Arguments& arguments, const Environment& environment,
-                                   GSubprocessFlags flags)
+std::shared_ptr<GSubprocess> Spawn(const Arguments& arguments, int flags)
 {
-    const auto launcher = Hold(g_subprocess_launcher_new(flags));
-    for (const auto& [name, value] : environment) {
-        g_subprocess_launcher_setenv(launcher.get(), name.c_str(), value.c_str(), TRUE);
-    }
+    const auto launcher = Hold(g_subprocess_launcher_new(static_cast<GSubprocessFlags>(flags)));
     g_subprocess_launcher_set_child_setup(
         launcher.get(), [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
     std::vector<const char*> words;
@@ -58,32 +49,11 @@ int ExitCode(GSubprocess* process)
                                                         : -g_subprocess_get_term_sig(process);
 }
 
-std::string Text(GBytes* bytes)
-{
-    gsize size = 0;
-    const void* data = g_bytes_get_data(bytes, &size);
-    return size == 0 ? std::string() : std::string(static_cast<const char*>(data), size);
-}
-
 std::string Configuration(const std::string& rules)
 {
     std::ifstream file(ZAV_BUS_CONFIG);
     std::string text{std::istreambuf_iterator(file), {}};
     return text.insert(text.rfind("</busconfig>"), rules);
-}
-
-/** Whether the service is there. */
-bool IsOwned(GDBusConnection* connection)
-{
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "NameHasOwner", g_variant_new("(s)", kService), G_VARIANT_TYPE("(b)"),
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    gboolean owned = FALSE;
-    if (reply != nullptr) {
-        g_variant_get(reply, "(b)", &owned);
-    }
-    return owned != FALSE;
 }
 
 } // namespace
@@ -95,8 +65,8 @@ void IterateUntil(const std::function<bool()>& holds, GMainContext* context)
     }
 }
 
-Child::Child(const Arguments& arguments, const Environment& environment)
-    : m_process(Spawn(arguments, environment, G_SUBPROCESS_FLAGS_STDOUT_PIPE)),
+Child::Child(const Arguments& arguments)
+    : m_process(Spawn(arguments, G_SUBPROCESS_FLAGS_STDOUT_PIPE)),
       m_output(Hold(g_data_input_stream_new(g_subprocess_get_stdout_pipe(m_process.get()))))
 {
 }
@@ -110,19 +80,9 @@ Child::~Child()
 std::string Child::ReadLine()
 {
     g_autoptr(GError) error = nullptr;
-    g_autofree char* line =
-        g_data_input_stream_read_line(m_output.get(), nullptr, nullptr, &error);
+    g_autofree char* line = g_data_input_stream_read_line(m_output.get(), nullptr, nullptr, &error);
     if (line == nullptr) {
         Throw("no line from the child", error);
-    }
-    return line;
-}
-
-std::string Child::ReadUntil(const std::string& text)
-{
-    std::string line = ReadLine();
-    while (line.find(text) == std::string::npos) {
-        line = ReadLine();
     }
     return line;
 }
@@ -138,23 +98,22 @@ int Child::Wait()
     return ExitCode(m_process.get());
 }
 
-Ended RunProgram(const Arguments& arguments, const Environment& environment)
+Ended RunProgram(const Arguments& arguments)
 {
-    constexpr auto pipes = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
-                                                         G_SUBPROCESS_FLAGS_STDERR_PIPE);
-    const auto process = Spawn(arguments, environment, pipes);
-    std::shared_ptr<GAsyncResult> result;
-    g_subprocess_communicate_async(
+    const auto process =
+        Spawn(arguments, G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE);
+    g_autoptr(GAsyncResult) result = nullptr;
+    g_subprocess_communicate_utf8_async(
         process.get(), nullptr, nullptr,
         [](GObject*, GAsyncResult* done, gpointer place) {
-            *static_cast<std::shared_ptr<GAsyncResult>*>(place) = Hold(g_object_ref(done));
+            *static_cast<GAsyncResult**>(place) = g_object_ref(done);
         },
         &result);
     IterateUntil([&result] { return result != nullptr; });
-    g_autoptr(GBytes) out = nullptr;
-    g_autoptr(GBytes) err = nullptr;
-    g_subprocess_communicate_finish(process.get(), result.get(), &out, &err, nullptr);
-    return {ExitCode(process.get()), Text(out), Text(err)};
+    g_autofree char* out = nullptr;
+    g_autofree char* err = nullptr;
+    g_subprocess_communicate_utf8_finish(process.get(), result, &out, &err, nullptr);
+    return {ExitCode(process.get()), out, err};
 }
 
 PrivateBus::PrivateBus(const std::string& rules)
@@ -209,25 +168,35 @@ std::shared_ptr<GDBusConnection> Connect(const std::string& address)
     return Hold(connection);
 }
 
-Simulator::Simulator(const PrivateBus& bus, const Arguments& options)
-    : m_address(bus.Address()), m_options(options)
+std::string ErrorOfBus(GDBusConnection* from, const char* method, GVariant* arguments)
 {
+    g_autoptr(GError) error = nullptr;
+    [[maybe_unused]] g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        from, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method,
+        arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    g_autofree char* name = error == nullptr ? nullptr : g_dbus_error_get_remote_error(error);
+    return name == nullptr ? "" : name;
+}
+
+Simulator::Simulator(const PrivateBus& bus, const Arguments& options)
+    : m_address(bus.Address()), m_command{ZAV_SIM, "--quiet"}
+{
+    m_command.insert(m_command.end(), options.begin(), options.end());
     Start();
 }
 
 void Simulator::Start()
 {
-    Arguments arguments{ZAV_SIM, "--quiet"};
-    arguments.insert(arguments.end(), m_options.begin(), m_options.end());
-    m_process = std::make_unique<Child>(arguments);
-    m_process->ReadUntil("zav-sim: ready");
+    m_process = std::make_unique<Child>(m_command);
+    m_process->ReadLine(); // that it is ready
     m_connection = Connect(m_address);
 }
 
 void Simulator::Stop()
 {
     m_process.reset();
-    while (IsOwned(m_connection.get())) { // until the bus has noticed
+    while (ErrorOfBus(m_connection.get(), "GetNameOwner", g_variant_new("(s)", kService)).empty()) {
+        // until the bus has noticed
     }
     m_connection.reset();
 }
@@ -241,7 +210,7 @@ std::shared_ptr<GVariant> Simulator::Ask(const char* method, GVariant* arguments
     if (reply == nullptr) {
         Throw(method, error);
     }
-    return Hold(reply);
+    return {reply, g_variant_unref};
 }
 
 void Simulator::Control(const std::string& text)
@@ -249,24 +218,16 @@ void Simulator::Control(const std::string& text)
     Ask("Control", g_variant_new("(s)", text.c_str()));
 }
 
-std::vector<Simulator::Call> Simulator::Calls()
+Simulator::Seen Simulator::Calls()
 {
     const auto reply = Ask("Calls");
-    g_autoptr(GVariant) list = g_variant_get_child_value(reply.get(), 0);
-    std::vector<Call> calls;
-    for (gsize i = 0; i < g_variant_n_children(list); ++i) {
-        const char* method = nullptr;
-        const char* arguments = nullptr;
-        const char* sender = nullptr;
-        g_variant_get_child(list, i, "(&s&s&s)", &method, &arguments, &sender);
-        calls.push_back({method, arguments, sender});
+    Seen seen;
+    g_autoptr(GVariantIter) calls = nullptr;
+    g_variant_get(reply.get(), "(a(sss)uu)", &calls, &seen.peakOpen, nullptr);
+    const char* method = nullptr;
+    const char* arguments = nullptr;
+    while (g_variant_iter_next(calls, "(&s&s&s)", &method, &arguments, nullptr) != FALSE) {
+        seen.calls.push_back(std::string(method) + " " + arguments);
     }
-    return calls;
-}
-
-unsigned Simulator::PeakOpenCalls()
-{
-    guint32 count = 0;
-    g_variant_get_child(Ask("Calls").get(), 1, "u", &count);
-    return count;
+    return seen;
 }

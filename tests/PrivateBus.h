@@ -12,13 +12,11 @@
 #include <gio/gio.h>
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 using Arguments = std::vector<std::string>;
-using Environment = std::map<std::string, std::string>; ///< on top of the test program's own
 
 /** Serves the context, the default one or another, until the condition holds. */
 void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nullptr);
@@ -27,16 +25,13 @@ void IterateUntil(const std::function<bool()>& holds, GMainContext* context = nu
 class Child
 {
 public:
-    explicit Child(const Arguments& arguments, const Environment& environment = {});
+    explicit Child(const Arguments& arguments);
     ~Child(); ///< kills it
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
     /** The next line of its standard output; dispatches nothing else meanwhile. */
     std::string ReadLine();
-
-    /** Lines up to and with the first that contains `text`. @return that line */
-    std::string ReadUntil(const std::string& text);
 
     void Signal(int number);
 
@@ -57,7 +52,7 @@ struct Ended
 };
 
 /** Runs a program to its end; meanwhile the default main context is served. */
-Ended RunProgram(const Arguments& arguments, const Environment& environment = {});
+Ended RunProgram(const Arguments& arguments);
 
 /** A bus that this process and its children take for the system bus. */
 class PrivateBus
@@ -84,17 +79,23 @@ private:
 std::shared_ptr<GDBusConnection> Connect(const std::string& address);
 
 /**
+ * Calls a method of the bus itself; when this returns, the bus has seen all that was sent before.
+ * @return the name of the error that is the answer, or ""
+ */
+std::string ErrorOfBus(GDBusConnection* from, const char* method, GVariant* arguments = nullptr);
+
+/**
  * The simulated service, and its control interface over a connection of its own. Bodies are in
  * GVariant's text form: a tuple is the whole body, anything else its only member.
  */
 class Simulator
 {
 public:
-    struct Call
+    /** What has reached the service. */
+    struct Seen
     {
-        std::string method;
-        std::string arguments; ///< e.g. "(3,)"
-        std::string sender;
+        std::vector<std::string> calls; ///< e.g. "SetWooferLevel (3,)"
+        guint32 peakOpen;               ///< the largest number of them at one time
     };
 
     explicit Simulator(const PrivateBus& bus, const Arguments& options = {});
@@ -105,30 +106,18 @@ public:
     /** @param text as on its command line: "delay GetMode=100" */
     void Control(const std::string& text);
 
-    void SetReply(const std::string& method, const std::string& body)
-    {
-        Control("reply " + method + "=" + body);
-    }
-    void SetFailure(const std::string& method, const std::string& error)
-    {
-        Control("fail " + method + "=" + error);
-    }
-    void Hang(const std::string& method) { Control("hang " + method); }
     /** Returns once it is sent. */
     void Emit(const std::string& signal, const std::string& body = "()")
     {
         Control("emit " + signal + "=" + body);
     }
-    void ClearCalls() { Control("clear"); }
-    void Reset() { Control("reset"); }
-    std::vector<Call> Calls();
-    unsigned PeakOpenCalls();
+    Seen Calls();
 
 private:
     std::shared_ptr<GVariant> Ask(const char* method, GVariant* arguments = nullptr);
 
     const std::string m_address;
-    const Arguments m_options;
+    Arguments m_command;
     std::unique_ptr<Child> m_process;
     std::shared_ptr<GDBusConnection> m_connection;
 };

@@ -17,13 +17,6 @@ Function* Real(Function* /*type*/, const char* name)
 
 } // namespace
 
-void g_mutex_lock(GMutex* mutex)
-{
-    static const auto real = Real(g_mutex_lock, "g_mutex_lock");
-    real(mutex);
-    __tsan_acquire(mutex);
-}
-
 gboolean g_mutex_trylock(GMutex* mutex)
 {
     static const auto real = Real(g_mutex_trylock, "g_mutex_trylock");
