@@ -513,7 +513,12 @@ std::string Message(const Record& record)
 
 std::string Operation(const Location& location)
 {
-    const std::string name = location.function.substr(0, location.function.find('('));
+    // Where one compiler writes braces another writes parentheses, which are not of arguments.
+    static const std::string unnamed = "(anonymous namespace)::";
+    const std::size_t place = location.function.find(unnamed);
+    const std::size_t start = place == std::string::npos ? 0 : place + unnamed.size();
+    const std::string name =
+        location.function.substr(start, location.function.find('(', start) - start);
     return name.substr(name.find_last_of(" :*&") + 1);
 }
 
