@@ -30,21 +30,21 @@ enum class Cause
 struct CauseRow
 {
     Cause cause;
-    const char* key;
     int exitCode;
+    const char* key;
     const char* meaning;
 };
 
 inline constexpr CauseRow kCauses[] = {
-    {Cause::refused, "refused", 1, "ZAVService refused the request"},
-    {Cause::failed, "failed", 1, "a check of zavctl's own failed"},
-    {Cause::usage, "usage", 2, "bad usage"},
-    {Cause::noAnswer, "no-answer", 3, "no answer in time"},
-    {Cause::notRunning, "not-running", 4, "ZAVService is not running"},
-    {Cause::notStarted, "not-started", 4, "the bus could not start ZAVService"},
-    {Cause::noBus, "no-bus", 5, "no system bus"},
-    {Cause::denied, "denied", 5, "the bus denies access"},
-    {Cause::busy, "busy", 6, "other requests keep the connection to ZAVService busy"},
+    {Cause::refused, 1, "refused", "ZAVService refused the request"},
+    {Cause::failed, 1, "failed", "a check of zavctl's own failed"},
+    {Cause::usage, 2, "usage", "bad usage"},
+    {Cause::noAnswer, 3, "no-answer", "no answer in time"},
+    {Cause::notRunning, 4, "not-running", "ZAVService is not running"},
+    {Cause::notStarted, 4, "not-started", "the bus could not start ZAVService"},
+    {Cause::noBus, 5, "no-bus", "no system bus"},
+    {Cause::denied, 5, "denied", "the bus denies access"},
+    {Cause::busy, 6, "busy", "other requests keep the connection to ZAVService busy"},
 };
 
 struct Failure : std::runtime_error

@@ -103,7 +103,7 @@ void ThrowLastFailure()
 {
     const std::lock_guard lock(lastCall.mutex);
     if (lastCall.failure) {
-        throw *lastCall.failure;
+        throw Failure(*lastCall.failure);
     }
 }
 

@@ -425,9 +425,14 @@ private:
     {
         if (m_named.insert(thread).second) {
             const std::string name = (thread == m_process ? "main thread " : "thread ");
-            Write(thread, "M", m_start,
-                  {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
+            Put(thread, "M", m_start,
+                {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
         }
+        Put(thread, phase, time, std::move(event));
+    }
+
+    void Put(std::uint32_t thread, const char* phase, std::int64_t time, json event)
+    {
         event["ph"] = phase;
         event["pid"] = m_process;
         event["tid"] = thread;

@@ -186,7 +186,7 @@ Action Monitor(CLI::App& verb)
             logged.clear(); // this may go on for long
         }
         if (monitor.failure) {
-            throw *monitor.failure;
+            throw Failure(*monitor.failure);
         }
         if (late && monitor.count > 0) {
             throw Failure(Cause::noAnswer, "fewer events came in time than were asked for");

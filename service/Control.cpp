@@ -94,7 +94,7 @@ Variant Body(const std::string& text)
     }
     const Variant value = Hold(parsed);
     const bool whole = g_variant_is_of_type(parsed, G_VARIANT_TYPE_TUPLE) != FALSE;
-    const Variant body = whole ? value : Hold(g_variant_new_tuple(&parsed, 1));
+    Variant body = whole ? value : Hold(g_variant_new_tuple(&parsed, 1));
     if (!FitsTheWire(body.get())) {
         throw std::invalid_argument("D-Bus cannot carry " + text);
     }
