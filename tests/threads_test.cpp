@@ -152,7 +152,10 @@ int ConnectAllAtOnce()
         return Made<GDBusProxy>();
     };
     // The first gives the others every opportunity to go on too early.
-    onSubscribe = [] { std::this_thread::sleep_for(std::chrono::milliseconds(30)); };
+    onSubscribe = [] {
+        EXPECT_EQ(nullptr, Api::proxy); // whoever sees it goes on
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    };
     std::vector<std::future<void>> threads;
     threads.reserve(count);
     for (int i = 0; i < count; ++i) {
