@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -15,42 +14,16 @@
 namespace
 {
 
-GDBusInterfaceInfo* Interface()
+void Require(bool holds, const std::string& otherwise)
 {
-    // GDBus counts references in the description, though not in one that is static.
-    return const_cast<GDBusInterfaceInfo*>(&org_kelmar_tv_zav_interface);
+    if (!holds) {
+        throw std::invalid_argument(otherwise);
+    }
 }
 
 std::string Quoted(const std::string& text)
 {
     return "'" + text + "'";
-}
-
-std::string Method(const std::string& name)
-{
-    const auto* method = g_dbus_interface_info_lookup_method(Interface(), name.c_str());
-    if (method == nullptr) {
-        throw std::invalid_argument("the service has no method " + Quoted(name));
-    }
-    return method->name;
-}
-
-std::string Signal(const std::string& name)
-{
-    const auto* signal = g_dbus_interface_info_lookup_signal(Interface(), name.c_str());
-    if (signal == nullptr) {
-        throw std::invalid_argument("the service has no signal " + Quoted(name));
-    }
-    return signal->name;
-}
-
-std::string Error(const std::string& name)
-{
-    // The bus gives error names and interface names the same form.
-    if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
-        throw std::invalid_argument(Quoted(name) + " is not an error name");
-    }
-    return name;
 }
 
 /**
@@ -78,9 +51,8 @@ guint Milliseconds(const std::string& text)
 {
     guint value = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (fault != std::errc() || end != text.data() + text.size()) {
-        throw std::invalid_argument(Quoted(text) + " is not a number of milliseconds");
-    }
+    Require(fault == std::errc() && end == text.data() + text.size(),
+            Quoted(text) + " is not a number of milliseconds");
     return value;
 }
 
@@ -89,15 +61,11 @@ Variant Body(const std::string& text)
     g_autoptr(GError) error = nullptr;
     GVariant* parsed =
         g_variant_parse(nullptr, text.data(), text.data() + text.size(), nullptr, &error);
-    if (parsed == nullptr) {
-        throw std::invalid_argument(Quoted(text) + " is not a value: " + error->message);
-    }
+    Require(parsed != nullptr, Quoted(text) + " is not a value: " + (error ? error->message : ""));
     const Variant value = Hold(parsed);
     const bool whole = g_variant_is_of_type(parsed, G_VARIANT_TYPE_TUPLE) != FALSE;
     Variant body = whole ? value : Hold(g_variant_new_tuple(&parsed, 1));
-    if (!FitsTheWire(body.get())) {
-        throw std::invalid_argument("D-Bus cannot carry " + text);
-    }
+    Require(FitsTheWire(body.get()), "D-Bus cannot carry " + text);
     return body;
 }
 
@@ -117,31 +85,29 @@ Control Control::Parse(const std::string& text)
 {
     const auto [verb, rest] = Split(text, ' ');
     const auto [name, value] = Split(rest.value_or(""), '=');
+    const bool isAlone = verb == "clear" || verb == "reset" || verb == "quit";
+    const bool hasMethod = verb == "delay" || verb == "fail" || verb == "hang" || verb == "reply";
+    Require((isAlone && rest.value_or("").empty()) || (hasMethod && (verb != "hang" || !value)) ||
+                verb == "emit",
+            "there is no control " + Quoted(text));
 
+    // GDBus counts references in the description, though not in one that is static.
+    auto* interface = const_cast<GDBusInterfaceInfo*>(&org_kelmar_tv_zav_interface);
+    Require(!hasMethod || g_dbus_interface_info_lookup_method(interface, name.c_str()) != nullptr,
+            "the service has no method " + Quoted(name));
+    Require(verb != "emit" || g_dbus_interface_info_lookup_signal(interface, name.c_str()),
+            "the service has no signal " + Quoted(name));
+
+    Control control{verb, name};
     if (verb == "delay") {
-        return {.kind = Kind::delay,
-                .name = Method(name),
-                .milliseconds = Milliseconds(value.value_or(""))};
+        control.milliseconds = Milliseconds(value.value_or(""));
+    } else if (verb == "fail") {
+        control.error = value.value_or("org.freedesktop.DBus.Error.Failed");
+        // The bus gives error names and interface names the same form.
+        Require(g_dbus_is_interface_name(control.error.c_str()) != FALSE,
+                Quoted(control.error) + " is not an error name");
+    } else if (verb == "reply" || verb == "emit") {
+        control.body = Body(value.value_or(verb == "emit" ? "()" : ""));
     }
-    if (verb == "fail") {
-        return {.kind = Kind::fail,
-                .name = Method(name),
-                .error = Error(value.value_or("org.freedesktop.DBus.Error.Failed"))};
-    }
-    if (verb == "reply") {
-        return {.kind = Kind::reply, .name = Method(name), .body = Body(value.value_or(""))};
-    }
-    if (verb == "emit") {
-        return {.kind = Kind::emit, .name = Signal(name), .body = Body(value.value_or("()"))};
-    }
-    if (verb == "hang" && !value) {
-        return {.kind = Kind::hang, .name = Method(name)};
-    }
-    static const std::map<std::string, Kind> alone = {
-        {"clear", Kind::clear}, {"reset", Kind::reset}, {"quit", Kind::quit}};
-    const auto found = alone.find(verb);
-    if (found == alone.end() || !rest.value_or("").empty()) {
-        throw std::invalid_argument("there is no control " + Quoted(text));
-    }
-    return {.kind = found->second};
+    return control;
 }

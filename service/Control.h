@@ -16,25 +16,13 @@
 
 struct Control
 {
-    enum class Kind
-    {
-        delay,
-        fail,
-        hang,
-        reply,
-        emit,
-        clear,
-        reset,
-        quit
-    };
-
     /**
      * BODY is in GVariant's text form: a tuple is the whole body, anything else its one member.
      * @throw std::invalid_argument for what is no control or cannot be done
      */
     static Control Parse(const std::string& text);
 
-    Kind kind;
+    std::string verb;
     std::string name = {};  // of the method or signal
     guint milliseconds = 0; // delay
     std::string error = {}; // fail

@@ -24,14 +24,6 @@ void Export(GDBusConnection* connection, const char* path, const GDBusInterfaceI
 
 } // namespace
 
-Simulator::OpenCall::~OpenCall()
-{
-    if (timer != 0) {
-        g_source_remove(timer);
-    }
-    g_object_unref(invocation);
-}
-
 Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
     : connection(bus), quiet(beQuiet), loop(mainLoop)
 {
@@ -66,34 +58,21 @@ Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
 
 void Simulator::Apply(const Control& control)
 {
-    switch (control.kind) {
-    case Control::Kind::delay: {
-        Fault& fault = faults[control.name];
-        if (fault.instead && fault.instead->kind == Control::Kind::hang) {
-            fault.instead.reset();
-        }
-        fault.delay = control.milliseconds;
-        break;
-    }
-    case Control::Kind::hang:
-        faults[control.name] = {0, control};
-        break;
-    case Control::Kind::fail:
-    case Control::Kind::reply:
-        faults[control.name].instead = control;
-        break;
-    case Control::Kind::emit:
+    const std::string& verb = control.verb;
+    if (verb == "emit") {
         Emit(control.name, control.body.get());
-        break;
-    case Control::Kind::clear:
+    } else if (verb == "clear") {
         Clear();
-        break;
-    case Control::Kind::reset:
+    } else if (verb == "reset") {
         Reset();
-        break;
-    case Control::Kind::quit:
+    } else if (verb == "quit") {
         g_main_loop_quit(loop);
-        break;
+    } else if (Fault& fault = faults[control.name]; verb != "delay") {
+        fault = {verb == "hang" ? 0 : fault.delay, control};
+    } else if (fault.instead.verb == "hang") {
+        fault = {control.milliseconds};
+    } else {
+        fault.delay = control.milliseconds;
     }
 }
 
@@ -107,10 +86,11 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
         ++dropped;
     }
 
-    OpenCall& call = open.emplace_back(*this, invocation, faults[method]);
+    OpenCall& call =
+        open.emplace_back(OpenCall{*this, {invocation, g_object_unref}, faults[method]});
     peak = std::max(peak, open.size());
 
-    if (call.fault.instead && call.fault.instead->kind == Control::Kind::hang) {
+    if (call.fault.instead.verb == "hang") {
         Tell(method + " " + Print(args) + " -> hang");
     } else if (call.fault.delay == 0) {
         Answer(call);
@@ -129,21 +109,21 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
 /** Carries the call out, or what is set in its place, and forgets it. */
 void Simulator::Answer(OpenCall& call)
 {
-    const std::string method = call.Method();
-    GVariant* args = g_dbus_method_invocation_get_parameters(call.invocation);
-    GDBusMessage* request = g_dbus_method_invocation_get_message(call.invocation);
-    const auto& instead = call.fault.instead;
+    const std::string method = g_dbus_method_invocation_get_method_name(call.invocation.get());
+    GVariant* args = g_dbus_method_invocation_get_parameters(call.invocation.get());
+    GDBusMessage* request = g_dbus_method_invocation_get_message(call.invocation.get());
+    const auto& [verb, name, milliseconds, error, given] = call.fault.instead;
     std::string line = method + " " + Print(args) + " -> ";
 
     // The message is made by hand: GDBus would not let a reply pass that is not of the method's
     // type, and such replies are what this program is for.
     g_autoptr(GDBusMessage) answer = nullptr;
-    if (instead && instead->kind == Control::Kind::fail) {
-        answer = g_dbus_message_new_method_error_literal(request, instead->error.c_str(),
+    if (verb == "fail") {
+        answer = g_dbus_message_new_method_error_literal(request, error.c_str(),
                                                          "as the simulator was told");
-        line += "error " + instead->error;
+        line += "error " + error;
     } else {
-        const Variant body = instead ? instead->body : service.Answer(method, args);
+        const Variant body = given ? given : service.Answer(method, args);
         answer = g_dbus_message_new_method_reply(request);
         g_dbus_message_set_body(answer, body.get());
         line += Print(body.get());
@@ -165,6 +145,7 @@ void Simulator::Answer(OpenCall& call)
         g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        nullptr);
     }
+    g_clear_handle_id(&call.timer, g_source_remove);
     open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
 
@@ -186,7 +167,7 @@ void Simulator::Reset()
 {
     while (!open.empty()) {
         OpenCall& call = open.front();
-        call.fault = {0, Control::Parse("fail " + call.Method())};
+        call.fault = {0, {.verb = "fail", .error = "org.freedesktop.DBus.Error.Failed"}};
         Answer(call);
     }
     service = {};

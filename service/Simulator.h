@@ -11,7 +11,7 @@
 #include <deque>
 #include <list>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 
 /** Lives in one thread, that of the main loop. */
@@ -32,23 +32,13 @@ private:
     struct Fault
     {
         guint delay = 0;
-        std::optional<Control> instead; // hang, fail or reply in place of the service's answer
+        Control instead = {}; // hang, fail or reply in place of the service's answer
     };
 
     struct OpenCall
     {
-        OpenCall(Simulator& owner, GDBusMethodInvocation* received, Fault set)
-            : simulator(owner), invocation(received), fault(std::move(set))
-        {
-        }
-        OpenCall(const OpenCall&) = delete;
-        OpenCall& operator=(const OpenCall&) = delete;
-        ~OpenCall();
-
-        std::string Method() const { return g_dbus_method_invocation_get_method_name(invocation); }
-
         Simulator& simulator;
-        GDBusMethodInvocation* invocation;
+        std::shared_ptr<GDBusMethodInvocation> invocation;
         Fault fault; // as set when the call came
         guint timer = 0;
     };

@@ -114,17 +114,10 @@ struct DueStep
 
 gboolean Apply(gpointer data)
 {
-    const auto& due = *static_cast<DueStep*>(data);
-    due.simulator.Apply(due.step.control);
-    return G_SOURCE_CONTINUE;
-}
-
-gboolean ApplyFirst(gpointer data)
-{
-    const guint every = static_cast<DueStep*>(data)->step.every;
-    Apply(data);
-    if (every != 0) {
-        g_timeout_add(every, Apply, data);
+    const auto& [simulator, step] = *static_cast<DueStep*>(data);
+    simulator.Apply(step.control);
+    if (step.every != 0) {
+        g_timeout_add(step.every, Apply, data);
     }
     return G_SOURCE_REMOVE;
 }
@@ -156,7 +149,7 @@ void Run(const Options& options)
     OwnName(connection);
     std::list<DueStep> due;
     for (const Step& step : options.steps) {
-        g_timeout_add(step.at, ApplyFirst, &due.emplace_back(DueStep{simulator, step}));
+        g_timeout_add(step.at, Apply, &due.emplace_back(DueStep{simulator, step}));
     }
 
     if (std::cout << "zav-sim: ready" << std::endl) {
