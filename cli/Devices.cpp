@@ -31,7 +31,7 @@ std::string Bar(int64_t level, int64_t highest)
 
 std::vector<int> ReadLevels()
 {
-    const auto levels = Request(
+    std::vector<int> levels = Request(
         [] {
             std::vector<int> read(ZAV_MAX_LEVELS);
             int* buffer = read.data();
@@ -41,10 +41,10 @@ std::vector<int> ReadLevels()
             return read;
         },
         Step::returned);
-    if (levels.result.empty()) {
+    if (levels.empty()) {
         throw Failure(Cause::refused, "ZAVService answered without equalizer levels");
     }
-    return levels.result;
+    return levels;
 }
 
 void ShowLevels()
@@ -56,7 +56,7 @@ void ShowLevels()
     }
     std::vector<Row> rows;
     for (const int level : levels) {
-        rows.push_back({std::to_string(rows.size() + 1), std::to_string(level)});
+        rows.push_back({rows.size() + 1, level});
         if (OnTerminal()) {
             rows.back().emplace_back(Bar(level, highest));
         }
@@ -80,37 +80,31 @@ void SetLevels(const std::vector<int>& levels)
 Action Equalizer(CLI::App& verb)
 {
     static std::vector<int> levels;
-    verb.add_option("LEVEL", levels, "One for each band")->check(CheckNumber, "");
+    verb.add_option("LEVEL", levels, "One for each band")->check(WholeNumber(), "");
     return [] { levels.empty() ? ShowLevels() : SetLevels(levels); };
-}
-
-/** The text that a record begins with. */
-std::string Text(const SCLSpkInfo& speaker)
-{
-    const auto* head = reinterpret_cast<const char*>(speaker.opaque1);
-    return {head, strnlen(head, sizeof speaker.opaque1)};
 }
 
 Action Speakers(CLI::App& /*verb*/)
 {
     return [] {
-        const auto speakers = Request(
+        const auto [count, speakers] = Request(
             [] {
-                std::vector<SCLSpkInfo> list;
-                const int count = Api::GetSCL(list);
-                return std::pair(count, list);
+                std::vector<SCLSpkInfo> read;
+                const int size = Api::GetSCL(read);
+                return std::pair(size, read);
             },
             Step::listed);
-        const auto& [count, records] = speakers.result;
         if (count < 0) {
             throw Failure(Cause::refused, "ZAVService answered without speaker records");
         }
         json list = json::array();
         std::vector<Row> rows;
-        for (const SCLSpkInfo& speaker : records) {
-            const int type = speaker.m_Connecttype;
-            list.push_back({{"connect-type", type}, {"text", Text(speaker)}});
-            rows.push_back({std::to_string(list.size()), std::to_string(type), Text(speaker)});
+        for (const SCLSpkInfo& speaker : speakers) {
+            const auto* text = reinterpret_cast<const char*>(speaker.opaque1);
+            list.push_back({{"connect-type", int{speaker.m_Connecttype}},
+                            {"text", std::string(text, strnlen(text, sizeof speaker.opaque1))}});
+            rows.push_back(Values(list.back()));
+            rows.back().insert(rows.back().begin(), list.size());
         }
         Print({{"speakers", list}}, rows);
     };
@@ -120,11 +114,11 @@ Action Speakers(CLI::App& /*verb*/)
 template <class Call>
 void RequestAcceptance(Call call)
 {
-    const auto answer = Request([call] {
+    const int accepted = Request([call] {
         call();
-        return true;
+        return EndOfRequest(Step::answered);
     });
-    if (answer.number == 0) {
+    if (accepted == 0) {
         throw Failure(Cause::refused, "ZAVService did not accept it");
     }
 }
@@ -153,13 +147,12 @@ Action TunnelCapability(CLI::App& verb)
             RequestAcceptance([] { Api::SetCapabilityCommonTunnelExternal(ExternalDevice()); });
             return Print({{"id", id}, {"capability", 1}}, {});
         }
-        const auto capability = Request([] {
+        const int capability = Request([] {
             int read = 0;
             Api::GetCapabilityCommonTunnelExternal(ExternalDevice(), &read);
             return read;
         });
-        Print({{"id", id}, {"capability", capability.result}},
-              {{"capability", std::to_string(capability.result)}});
+        Print({{"id", id}, {"capability", capability}}, {{"capability", capability}});
     };
 }
 
@@ -169,7 +162,7 @@ void BytesArgument(CLI::App& verb)
 {
     verb.add_option("BYTES", numbers, "0 to 255, also as 0x00 to 0xff")
         ->required()
-        ->check(CheckRange(0, 255), "");
+        ->check(WholeNumber(0, 255), "");
 }
 
 Action TunnelSend(CLI::App& verb)
@@ -209,7 +202,7 @@ Action TunnelStatus(CLI::App& verb)
             return answer.came;
         });
         Print({{"id", id}, {"connected", answer.connected}, {"text", answer.text}},
-              {{"connected", answer.connected ? "yes" : "no"}, {"text", answer.text}});
+              {{"connected", answer.connected}, {"text", answer.text}});
     };
 }
 
@@ -230,14 +223,14 @@ Action InitManager(CLI::App& verb)
     static std::string mode = "STANDARD";
     static std::vector<int> values;
     const auto add = [&verb](const char* name, int32_t& member, const char* help) {
-        verb.add_option(name, member, help)->check(CheckNumber, "")->capture_default_str();
+        verb.add_option(name, member, help)->check(WholeNumber(), "")->capture_default_str();
     };
     verb.add_option("--mode", mode, "The sound mode, by number or name")
         ->type_name("MODE")
         ->capture_default_str();
     add("--woofer-level", state.SubWooferLevel, "The sub-woofer's level");
     verb.add_option("--values", values, "Seven values, passed through")
-        ->check(CheckNumber, "")
+        ->check(WholeNumber(), "")
         ->expected(7);
     add("--connection", state.ConnectionStatus, "0 without a sound device");
     verb.add_flag("--woofer-available", state.SubWooferAvailable, "There is a sub-woofer to set");
@@ -247,11 +240,13 @@ Action InitManager(CLI::App& verb)
     add("--woofer-connected", state.WooferConnected, "Whether a woofer is connected");
     add("--effects", state.EffectList, "The mask of the modes");
     return [] {
-        const int number = state.AudioEffect = ParseMode(mode);
+        state.AudioEffect = ParseMode(mode);
         std::ranges::copy(values, state.ValueArray);
         Request([] { return Api::InitSpeakerManager(&state); });
         Touch(); // the service answers to none of it, but the bus keeps the order
-        Print({{"sent", true}, {"mode", number}, {"mode-name", ModeName(number)}}, {{"sent"}});
+        json data = {{"sent", true}};
+        data.update(DescribeMode(state.AudioEffect));
+        Print(data, {{"sent"}});
     };
 }
 
@@ -264,7 +259,7 @@ Action Model(CLI::App& verb)
         if (code == MODEL_NAME_UNKNOWN) {
             throw Failure(Cause::failed, "no device model is called '" + name + "'");
         }
-        Print({{"model", name}, {"code", code}}, {{std::to_string(code)}});
+        Print({{"model", name}, {"code", code}}, {{code}});
     };
 }
 
@@ -273,6 +268,7 @@ Action Model(CLI::App& verb)
 const Verbs deviceVerbs = {
     {"equalizer", "Show the equalizer levels, or set them", Equalizer},
     {"speakers", "List the networked speakers", Speakers},
+    {"tunnel", "Talk to external devices through the tunnel"},
     {"tunnel cap", "Show whether an external device has the capability, or give it",
      TunnelCapability},
     {"tunnel send", "Send bytes to an external device", TunnelSend},

@@ -27,25 +27,15 @@ constexpr const char* kInstall =
 /** Of a check. A Failure that it throws is one as well, with the remedy for its cause. */
 struct Finding
 {
-    enum
-    {
-        ok,
-        warn,
-        fail
-    } result;
+    std::string result; ///< ok, warn or fail
     std::string detail;
     std::string remedy = {}; ///< a command
 };
 
-Variant AskBus(const char* method, GVariant* arguments = nullptr)
-{
-    return CallBus(kBusService, "/org/freedesktop/DBus", kBusService, method, arguments);
-}
-
 std::string AskAboutService(const char* method)
 {
     guint32 number = 0;
-    g_variant_get(AskBus(method, g_variant_new("(s)", kService)).get(), "(u)", &number);
+    g_variant_get(AskBus(method).get(), "(u)", &number);
     return std::to_string(number);
 }
 
@@ -68,24 +58,23 @@ Finding CheckBus()
 {
     const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
     Bus();
-    return {Finding::ok, address == nullptr ? "the system's own; DBUS_SYSTEM_BUS_ADDRESS is not set"
-                                            : std::string("DBUS_SYSTEM_BUS_ADDRESS=") + address};
+    return {"ok", address == nullptr ? "the system's own; DBUS_SYSTEM_BUS_ADDRESS is not set"
+                                     : std::string("DBUS_SYSTEM_BUS_ADDRESS=") + address};
 }
 
 Finding CheckService()
 {
     g_autofree const char** activatable = nullptr;
-    const Variant names = AskBus("ListActivatableNames");
+    const Variant names = AskBus("ListActivatableNames", nullptr);
     g_variant_get(names.get(), "(^a&s)", &activatable);
     try {
-        return {Finding::ok, "process " + AskAboutService("GetConnectionUnixProcessID") +
-                                 " of user " + AskAboutService("GetConnectionUnixUser")};
+        return {"ok", "process " + AskAboutService("GetConnectionUnixProcessID") + " of user " +
+                          AskAboutService("GetConnectionUnixUser")};
     } catch (const Failure& failure) {
         if (failure.cause != Cause::notRunning || !g_strv_contains(activatable, kService)) {
             throw;
         }
-        return {Finding::warn, "not running; the bus starts it on the first request",
-                "zavctl get ready"};
+        return {"warn", "not running; the bus starts it on the first request", "zavctl get ready"};
     }
 }
 
@@ -93,7 +82,7 @@ Finding CheckService()
 Finding CheckAccess()
 {
     Touch();
-    return {Finding::ok, "a call of the interface was answered"};
+    return {"ok", "a call of the interface was answered"};
 }
 
 /** The library's connecting waits for this answer, for longer than for any request. */
@@ -111,9 +100,8 @@ Finding CheckProperties()
     }
     const std::string seconds = std::to_string(std::lround(Now() - start));
     return Now() - start < slow
-               ? Finding{Finding::ok, "GetAll is answered"}
-               : Finding{Finding::warn,
-                         "GetAll, for which connecting waits, took " + seconds + " s",
+               ? Finding{"ok", "GetAll is answered"}
+               : Finding{"warn", "GetAll, for which connecting waits, took " + seconds + " s",
                          RemedyFor(Cause::noAnswer)};
 }
 
@@ -157,9 +145,8 @@ Finding CheckInterface()
             missing += (missing.empty() ? "lacks " : ", ") + member;
         }
     }
-    return missing.empty()
-               ? Finding{Finding::ok, std::to_string(expected.size()) + " members as expected"}
-               : Finding{Finding::fail, missing, kInstall};
+    return missing.empty() ? Finding{"ok", std::to_string(expected.size()) + " members as expected"}
+                           : Finding{"fail", missing, kInstall};
 }
 
 /**
@@ -176,65 +163,42 @@ Finding CheckPolicy()
         [](auto...) { came = true; }, nullptr, nullptr);
     g_dbus_connection_emit_signal(bus, g_dbus_connection_get_unique_name(bus), kPath, kService,
                                   member, nullptr, nullptr);
-    AskBus("GetId");
+    AskBus("GetId", nullptr);
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }
     if (!came) {
-        return {Finding::ok, "a forged signal of the service did not come through"};
+        return {"ok", "a forged signal of the service did not come through"};
     }
     if (geteuid() == 0) {
-        return {Finding::warn,
+        return {"warn",
                 "could not be tried: root, whose signals the policy lets through, cannot forge one",
                 "runuser -u nobody -- zavctl doctor"};
     }
-    return {Finding::warn,
+    return {"warn",
             "a forged signal of the service came through: any program can call the callbacks of "
             "applications, or end them",
             kInstall};
 }
 
-/** The file that was loaded under a name; "" for none. */
-std::string Loaded(const std::string& name)
+/** The file that was loaded under a name. */
+std::string Loaded(const char* name)
 {
-    auto search = std::pair("/" + name, std::string());
-    dl_iterate_phdr(
-        [](dl_phdr_info* info, size_t /*size*/, void* data) {
-            auto& [end, path] = *static_cast<decltype(search)*>(data);
-            if (std::string_view(info->dlpi_name).ends_with(end)) {
-                path = info->dlpi_name;
-            }
-            return 0;
-        },
-        &search);
-    return search.second;
-}
-
-Finding CheckLibrary()
-{
-    return {Finding::ok, Loaded("libzavservice-api.so")};
+    link_map* map = nullptr;
+    void* library = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+    return library != nullptr && dlinfo(library, RTLD_DI_LINKMAP, &map) == 0 ? map->l_name : "";
 }
 
 /** A stand-in is told by a variable where to write; the platform's own libraries know none. */
-Finding CheckPlatform(const char* library, const std::string& variable)
+Finding CheckPlatform(const char* library, const char* variable)
 {
     const std::string path = Loaded(library);
     std::ifstream file(path, std::ios::binary);
     const std::string content{std::istreambuf_iterator(file), {}};
     if (content.find(variable) == std::string::npos) {
-        return {Finding::ok, path};
+        return {"ok", path};
     }
-    return {Finding::warn, path + ": a stand-in, for machines without the platform",
+    return {"warn", path + ": a stand-in, for machines without the platform",
             "apt-get remove libzavservice-api-standins"};
-}
-
-Finding CheckLog()
-{
-    return CheckPlatform("libplatform-log.so", "ZAV_LOG");
-}
-
-Finding CheckTrace()
-{
-    return CheckPlatform("libruvi-lumo.so", "LUMO_TRACE");
 }
 
 Finding CheckExports()
@@ -244,17 +208,17 @@ Finding CheckExports()
     };
     for (const char* name : exports) {
         if (dlsym(RTLD_DEFAULT, name) == nullptr) {
-            return {Finding::fail, std::string("missing: ") + name, kInstall};
+            return {"fail", std::string("missing: ") + name, kInstall};
         }
     }
-    return {Finding::ok, std::to_string(std::size(exports)) + " functions"};
+    return {"ok", std::to_string(std::size(exports)) + " functions"};
 }
 
 Finding CheckRecords()
 {
     const int state = get_size_of_SpeakerManagerState();
     const bool right = state == 60 && sizeof(SCLSpkInfo) == 148;
-    return {right ? Finding::ok : Finding::fail,
+    return {right ? "ok" : "fail",
             "SpeakerManagerState " + std::to_string(state) + " bytes, SCLSpkInfo " +
                 std::to_string(sizeof(SCLSpkInfo)),
             right ? "" : kInstall};
@@ -265,32 +229,34 @@ constexpr struct
 {
     const char* name;
     Finding (*run)();
-    const char* needs;
+    const char* needs = "";
 } checks[] = {
-    {"bus", CheckBus, ""},
+    {"bus", CheckBus},
     {"service", CheckService, "bus"},
     {"access", CheckAccess, "service"},
     {"properties", CheckProperties, "access"},
     {"interface", CheckInterface, "access"},
     {"policy", CheckPolicy, "bus"},
-    {"library", CheckLibrary, ""},
-    {"log", CheckLog, ""},
-    {"trace", CheckTrace, ""},
-    {"exports", CheckExports, ""},
-    {"records", CheckRecords, ""},
+    {"library",
+     [] {
+         return Finding{"ok", Loaded("libzavservice-api.so")};
+     }},
+    {"log", [] { return CheckPlatform("libplatform-log.so", "ZAV_LOG"); }},
+    {"trace", [] { return CheckPlatform("libruvi-lumo.so", "LUMO_TRACE"); }},
+    {"exports", CheckExports},
+    {"records", CheckRecords},
 };
 
 Finding Run(Finding (*check)())
 try {
     return check();
 } catch (const Failure& failure) {
-    return {Finding::fail, failure.what(), RemedyFor(failure.cause)};
+    return {"fail", failure.what(), RemedyFor(failure.cause)};
 }
 
 Action Doctor(CLI::App& /*verb*/)
 {
     return [] {
-        constexpr std::pair<const char*, int> words[] = {{"ok", 32}, {"warn", 33}, {"fail", 31}};
         json list = json::array();
         std::vector<Row> rows;
         std::string failed;
@@ -300,16 +266,15 @@ Action Doctor(CLI::App& /*verb*/)
                 continue;
             }
             const auto [result, detail, remedy] = Run(run);
-            const auto& [word, colour] = words[result];
             list.push_back(
-                {{"check", name}, {"result", word}, {"detail", detail}, {"remedy", remedy}});
-            rows.push_back({Cell(word, colour), name, detail});
+                {{"check", name}, {"result", result}, {"detail", detail}, {"remedy", remedy}});
+            rows.push_back({result, name, detail});
             if (!remedy.empty()) {
                 rows.push_back({"", "remedy", remedy});
             }
-            if (result == Finding::fail) {
+            if (result == "fail") {
                 failed += std::string(" ") + name;
-            } else if (result == Finding::ok) {
+            } else if (result == "ok") {
                 passed.insert(name);
             }
         }

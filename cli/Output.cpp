@@ -6,6 +6,7 @@
 #include <cstring>
 #include <glib.h>
 #include <iostream>
+#include <map>
 #include <unistd.h>
 
 namespace cli
@@ -16,10 +17,29 @@ bool asJson = false;
 namespace
 {
 
-bool WithColours()
+std::string Text(const json& cell)
 {
+    if (cell.is_string()) {
+        return Printable(cell.get<std::string>());
+    }
+    if (cell.is_array()) {
+        std::string bytes;
+        for (const unsigned byte : cell) {
+            g_autofree char* text = g_strdup_printf("%s%02x", bytes.empty() ? "" : " ", byte);
+            bytes += text;
+        }
+        return bytes;
+    }
+    return cell.is_null() ? "-" : cell.is_boolean() ? (cell ? "yes" : "no") : cell.dump();
+}
+
+std::string Coloured(const std::string& text)
+{
+    static const std::map<std::string, const char*> colours = {
+        {"ok", "\033[32m"}, {"warn", "\033[33m"}, {"fail", "\033[31m"}};
     const char* none = std::getenv("NO_COLOR");
-    return OnTerminal() && (none == nullptr || *none == '\0');
+    const bool wanted = OnTerminal() && (none == nullptr || *none == '\0');
+    return wanted && colours.contains(text) ? colours.at(text) + text + "\033[0m" : text;
 }
 
 size_t Width(const std::string& text)
@@ -63,24 +83,35 @@ void PrintJson(const json& data)
     PrintText(Printable(data.dump(-1, ' ', false, json::error_handler_t::replace)) + '\n');
 }
 
+Row Values(const json& object)
+{
+    Row values;
+    std::ranges::copy_if(object, std::back_inserter(values),
+                         [](const json& value) { return value != ""; });
+    return values;
+}
+
+std::vector<Row> Table(const json& list)
+{
+    std::vector<Row> rows;
+    std::ranges::transform(list, std::back_inserter(rows), Values);
+    return rows;
+}
+
 void PrintRows(const std::vector<Row>& rows)
 {
     std::vector<size_t> widths;
     for (const Row& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
         for (size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], Width(Printable(row[i].text)));
+            widths[i] = std::max(widths[i], Width(Text(row[i])));
         }
     }
     std::string lines;
     for (const Row& row : rows) {
         for (size_t i = 0; i < row.size(); ++i) {
-            const std::string text = Printable(row[i].text);
-            if (row[i].colour != 0 && WithColours()) {
-                lines += "\033[" + std::to_string(row[i].colour) + "m" + text + "\033[0m";
-            } else {
-                lines += text;
-            }
+            const std::string text = Text(row[i]);
+            lines += i == 0 ? Coloured(text) : text;
             if (i + 1 < row.size()) {
                 lines.append(OnTerminal() ? widths[i] - Width(text) + 2 : 1, ' ');
             }

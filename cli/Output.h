@@ -18,17 +18,15 @@ namespace cli
 
 extern bool asJson; ///< --json
 
-/** A text, on a terminal perhaps in a colour, e.g. 31 for red. */
-struct Cell
-{
-    Cell(std::string words, int shade = 0) : text(std::move(words)), colour(shade) {}
-    Cell(const char* words) : text(words) {}
+/** Cells: a text as it is, "yes" and "no", "-" for null, an array of bytes as hexadecimal numbers.
+ */
+using Row = std::vector<json>;
 
-    std::string text;
-    int colour = 0;
-};
+/** What the members of an object are, without those that are empty texts. */
+Row Values(const json& object);
 
-using Row = std::vector<Cell>;
+/** The values of each object in a list. */
+std::vector<Row> Table(const json& list);
 
 /** Whether a person reads standard output. */
 bool OnTerminal();
@@ -39,7 +37,10 @@ std::string Printable(const std::string& text);
 /** A line of JSON. @throws Failure when it cannot be written, as with all that follow */
 void PrintJson(const json& data);
 
-/** Lines of words; on a terminal the columns stand below each other. */
+/**
+ * Lines of words. On a terminal the columns stand below each other, and how a check went has a
+ * colour.
+ */
 void PrintRows(const std::vector<Row>& rows);
 
 /** One of the two. */

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <optional>
 
@@ -24,30 +25,20 @@ namespace
 
 Cause CauseOf(const GError* error)
 {
-    if (error->domain == G_IO_ERROR) {
-        return error->code == G_IO_ERROR_CLOSED              ? Cause::noBus
-               : error->code == G_IO_ERROR_PERMISSION_DENIED ? Cause::denied
-                                                             : Cause::refused;
-    }
-    if (error->domain != G_DBUS_ERROR) {
-        return Cause::refused;
-    }
-    switch (error->code) {
-    case G_DBUS_ERROR_SERVICE_UNKNOWN:
-    case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
-        return Cause::notRunning;
-    case G_DBUS_ERROR_NO_REPLY:
-        return Cause::noAnswer;
-    case G_DBUS_ERROR_ACCESS_DENIED:
-        return Cause::denied;
-    case G_DBUS_ERROR_TIMED_OUT: // of the start
-        return Cause::notStarted;
-    default:
-        return error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
-                       error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY
-                   ? Cause::notStarted
-                   : Cause::refused;
-    }
+    static const std::map<std::pair<GQuark, int>, Cause> causes = {
+        {{G_IO_ERROR, G_IO_ERROR_CLOSED}, Cause::noBus},
+        {{G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED}, Cause::denied},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN}, Cause::notRunning},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER}, Cause::notRunning},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY}, Cause::noAnswer},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED}, Cause::denied},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_TIMED_OUT}, Cause::notStarted}, // of the start
+    };
+    const auto found = causes.find({error->domain, error->code});
+    const bool ofStart = error->domain == G_DBUS_ERROR &&
+                         error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+                         error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
+    return found != causes.end() ? found->second : ofStart ? Cause::notStarted : Cause::refused;
 }
 
 Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
@@ -189,6 +180,11 @@ Variant CallBus(const char* service, const char* path, const char* interface, co
         }
         return Variant(reply, g_variant_unref);
     });
+}
+
+Variant AskBus(const char* method, GVariant* arguments)
+{
+    return CallBus(kBusService, "/org/freedesktop/DBus", kBusService, method, arguments);
 }
 
 void Touch()

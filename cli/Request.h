@@ -51,17 +51,10 @@ void Connect();
  */
 int EndOfRequest(Step proof);
 
-/** What an operation of the library returned, and the number behind it. */
-template <class T>
-struct Answer
-{
-    T result;
-    int number;
-};
-
 /**
  * Makes one request, connected.
  * @param call calls one operation of the library; may outlive its caller, see Await()
+ * @return what the operation does
  */
 template <class Call>
 auto Request(Call call, Step proof = Step::answered)
@@ -69,7 +62,8 @@ auto Request(Call call, Step proof = Step::answered)
     Connect();
     return Await("ZAVService", [call, proof]() mutable {
         auto result = call();
-        return Answer<decltype(result)>{std::move(result), EndOfRequest(proof)};
+        EndOfRequest(proof);
+        return result;
     });
 }
 
@@ -80,6 +74,9 @@ auto Request(Call call, Step proof = Step::answered)
  */
 Variant CallBus(const char* service, const char* path, const char* interface, const char* method,
                 GVariant* arguments = nullptr);
+
+/** Asks the bus itself; about the service unless there are other arguments. @throws Failure */
+Variant AskBus(const char* method, GVariant* arguments = g_variant_new("(s)", kService));
 
 /** A harmless call of the service's interface, by which access is proved. @throws Failure */
 void Touch();

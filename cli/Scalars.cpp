@@ -21,26 +21,10 @@ namespace
 
 using Api = ZAVServiceAPI;
 
-enum class Kind
-{
-    number,
-    flag,
-    mode
-};
-
-struct Scalar
-{
-    std::string_view name;
-    Kind kind;
-    const char* help;
-    int (*get)();
-    int (*set)(int);
-};
-
 template <auto getter>
-int Getter()
+json Read()
 {
-    return static_cast<int>(getter());
+    return getter();
 }
 
 int SetMode(int mode)
@@ -48,59 +32,39 @@ int SetMode(int mode)
     return Api::SetMode(static_cast<AudioEffect>(mode));
 }
 
-constexpr Scalar scalars[] = {
-    {"mode", Kind::mode, "sound mode, by number or name", Getter<Api::GetMode>, SetMode},
-    {"woofer-level", Kind::number, "level of the sub-woofer", Api::GetWooferLevel,
-     Api::SetWooferLevel},
-    {"woofer-state", Kind::number, "state of the woofer", Getter<Api::GetWooferState>, nullptr},
-    {"woofer-available", Kind::flag, "whether there is a sub-woofer to set",
-     Getter<Api::IsAvailableWooferMode>, nullptr},
-    {"speaker", Kind::number, "speaker selection", Api::GetSpeakerSelection,
-     Api::SetSpeakerSelection},
-    {"sound-bar", Kind::flag, "whether a sound bar is connected", Getter<Api::IsSoundBarConnected>,
+constexpr struct Scalar
+{
+    std::string_view name;
+    const char* help;
+    json (*get)();
+    int (*set)(int);
+} scalars[] = {
+    {"mode", "sound mode, by number or name", Read<Api::GetMode>, SetMode},
+    {"woofer-level", "level of the sub-woofer", Read<Api::GetWooferLevel>, Api::SetWooferLevel},
+    {"woofer-state", "state of the woofer", Read<Api::GetWooferState>, nullptr},
+    {"woofer-available", "whether there is a sub-woofer to set", Read<Api::IsAvailableWooferMode>,
      nullptr},
-    {"equalizer-available", Kind::flag, "whether there is an equalizer",
-     Getter<Api::IsAvailableEqualizer>, nullptr},
-    {"equalizer-state", Kind::flag, "whether the mode is the standard one",
-     Getter<Api::GetEqualizerState>, nullptr},
-    {"ready", Kind::number, "readiness of the service", Api::IsZAVReady, nullptr},
-    {"features", Kind::number, "supported features", Getter<Api::IsFeatureSupported>, nullptr},
-    {"corvala-available", Kind::number, "availability of the Corvala feature",
-     Api::getQCorvalaAvailable, nullptr},
-    {"corvala", Kind::number, "Corvala feature on or off", nullptr, Api::SetCorvalaVconf},
-    {"earc", Kind::number, "eARC link", nullptr, Api::SetEarcToZav},
-    {"pre-trial", Kind::number, "pre-trial", nullptr, Api::RequestPreTrial},
+    {"speaker", "speaker selection", Read<Api::GetSpeakerSelection>, Api::SetSpeakerSelection},
+    {"sound-bar", "whether a sound bar is connected", Read<Api::IsSoundBarConnected>, nullptr},
+    {"equalizer-available", "whether there is an equalizer", Read<Api::IsAvailableEqualizer>,
+     nullptr},
+    {"equalizer-state", "whether the mode is the standard one", Read<Api::GetEqualizerState>,
+     nullptr},
+    {"ready", "readiness of the service", Read<Api::IsZAVReady>, nullptr},
+    {"features", "supported features", Read<Api::IsFeatureSupported>, nullptr},
+    {"corvala-available", "availability of the Corvala feature", Read<Api::getQCorvalaAvailable>,
+     nullptr},
+    {"corvala", "Corvala feature on or off", nullptr, Api::SetCorvalaVconf},
+    {"earc", "eARC link", nullptr, Api::SetEarcToZav},
+    {"pre-trial", "pre-trial", nullptr, Api::RequestPreTrial},
 };
 
-#define MODE(name)                                                                                 \
-    {                                                                                              \
-        AUDIO_EFFECT_##name, #name                                                                 \
-    }
-
-struct Mode
+constexpr struct Mode
 {
     int mode;
     std::string_view name;
-};
-
-constexpr Mode modes[] = {
-    MODE(STANDARD),
-    MODE(MUSIC),
-    MODE(CLEAR_VOICE),
-    MODE(SPORTS),
-    MODE(MOVIE),
-    MODE(NIGHT),
-    MODE(SURROUND),
-    MODE(SMART),
-    MODE(GAME),
-    MODE(ADAPTIVE),
-    MODE(DTS_VIRTUAL_X),
-    MODE(BASS_BOOST),
-    MODE(ADAPTIVE_SOUND_PLUS),
-    MODE(UNLABELLED_1),
-    MODE(UNLABELLED_2),
-    MODE(SOUNDBAR_1),
-    MODE(SOUNDBAR_2),
+} modes[] = {
+#include "Modes.inc"
 };
 
 std::string Listed(const std::vector<std::string>& names)
@@ -122,25 +86,14 @@ const Scalar& Find(const std::string& name, bool toSet)
     return *std::ranges::find(scalars, name, &Scalar::name);
 }
 
-int Ask(const Scalar& scalar)
+json Describe(const std::string& name, const json& value)
 {
-    return Request([get = scalar.get] { return get(); }).result;
+    return name == "mode" ? DescribeMode(value) : json{{name, value}};
 }
 
-std::string Text(const Scalar& scalar, int value)
+json Ask(const std::string& name)
 {
-    return scalar.kind == Kind::flag   ? value != 0 ? "yes" : "no"
-           : scalar.kind == Kind::mode ? ModeText(value)
-                                       : std::to_string(value);
-}
-
-/** A mode has its name beside it, so that the number stays one. */
-void Add(json& data, const Scalar& scalar, int value)
-{
-    data[scalar.name] = scalar.kind == Kind::flag ? json(value != 0) : json(value);
-    if (scalar.kind == Kind::mode) {
-        data["mode-name"] = ModeName(value);
-    }
+    return Describe(name, Request(Find(name, false).get));
 }
 
 Action Get(CLI::App& verb)
@@ -148,11 +101,8 @@ Action Get(CLI::App& verb)
     static std::string name;
     verb.add_option("NAME", name, "Which value")->required()->type_name("READABLE");
     return [] {
-        const Scalar scalar = Find(name, false);
-        const int value = Ask(scalar);
-        json data;
-        Add(data, scalar, value);
-        Print(data, {{Text(scalar, value)}});
+        const json data = Ask(name);
+        Print(data, {Values(data)});
     };
 }
 
@@ -163,15 +113,14 @@ Action Set(CLI::App& verb)
     verb.add_option("NAME", name, "Which value")->required()->type_name("SETTABLE");
     verb.add_option("VALUE", text, "What to")->required()->type_name("SETTING");
     return [] {
-        const Scalar scalar = Find(name, true);
-        const int value = scalar.kind == Kind::mode ? ParseMode(text) : ParseNumber(text);
-        const int result = Request([set = scalar.set, value] { return set(value); }).result;
+        const Scalar& scalar = Find(name, true);
+        const int value = name == "mode" ? ParseMode(text) : ParseNumber(text);
+        const int result = Request([set = scalar.set, value] { return set(value); });
         if (result < 0) {
             throw Failure::For(Cause::refused,
                                name + " " + text + " (result " + std::to_string(result) + ")");
         }
-        json data;
-        Add(data, scalar, value);
+        json data = Describe(name, value);
         data["result"] = result;
         Print(data, {});
     };
@@ -189,16 +138,15 @@ Action Status(CLI::App& /*verb*/)
                               failure->cause != Cause::noAnswer)) {
                 break;
             }
-            data[name] = nullptr;
-            rows.push_back({name, "-"});
+            json found = {{name, nullptr}};
             try {
-                const Scalar scalar = Find(name, false);
-                const int value = Ask(scalar);
-                Add(data, scalar, value);
-                rows.back()[1].text = Text(scalar, value);
+                found = Ask(name);
             } catch (const Failure& thrown) {
                 failure = thrown;
             }
+            data.update(found);
+            rows.push_back(Values(found));
+            rows.back().insert(rows.back().begin(), name);
         }
         PrintOrThrow(data, rows, failure);
     };
@@ -215,19 +163,16 @@ Action Modes(CLI::App& verb)
             return list;
         });
         json list = json::array();
-        std::vector<Row> rows;
-        for (const AudioEffect mode : offered.result) {
-            rows.push_back({std::to_string(mode), ModeName(mode)});
-            list.push_back({{"mode", static_cast<int>(mode)}, {"mode-name", ModeName(mode)}});
+        for (const AudioEffect mode : offered) {
+            list.push_back(DescribeMode(mode));
             if (withSids) {
                 std::list<AudioEffect> one{mode};
                 std::list<std::string> sid;
                 Api::popSIDList(&sid, &one); // one by one: a mode without one adds none
-                rows.back().emplace_back(sid.empty() ? "-" : sid.front());
                 list.back()["sid"] = sid.empty() ? json() : json(sid.front());
             }
         }
-        Print({{"modes", list}}, rows);
+        Print({{"modes", list}}, Table(list));
     };
 }
 
@@ -240,33 +185,26 @@ const Verbs scalarVerbs = {
     {"modes", "List the sound modes that the service offers", Modes},
 };
 
-int ParseNumber(const std::string& text)
+int ParseNumber(const std::string& text, int least, int most)
 {
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || value != static_cast<int>(value)) {
-        throw Failure(Cause::usage, "'" + text + "' is not a whole number of 32 bits");
+    if (text.empty() || *end != '\0' || value < least || value > most) {
+        throw Failure(Cause::usage, "'" + text + "' is not a whole number from " +
+                                        std::to_string(least) + " to " + std::to_string(most));
     }
     return static_cast<int>(value);
 }
 
-std::string CheckNumber(const std::string& text)
-try {
-    ParseNumber(text);
-    return "";
-} catch (const Failure& failure) {
-    return failure.what();
-}
-
-std::function<std::string(const std::string&)> CheckRange(int least, int most)
+Check WholeNumber(int least, int most)
 {
-    return [=](const std::string& text) {
-        std::string fault = CheckNumber(text);
-        if (fault.empty() && (ParseNumber(text) < least || ParseNumber(text) > most)) {
-            fault = "'" + text + "' is not in the range " + std::to_string(least) + " to " +
-                    std::to_string(most);
+    return [=](const std::string& text) -> std::string {
+        try {
+            ParseNumber(text, least, most);
+            return "";
+        } catch (const Failure& failure) {
+            return failure.what();
         }
-        return fault;
     };
 }
 
@@ -278,33 +216,23 @@ std::string CheckSeconds(const std::string& text)
     return number ? "" : "'" + text + "' is not a number of seconds";
 }
 
-std::string ModeName(int mode)
+json DescribeMode(int mode)
 {
     const auto* found = std::ranges::find(modes, mode, &Mode::mode);
-    return found == std::end(modes) ? "" : std::string(found->name);
-}
-
-std::string ModeText(int mode)
-{
-    const std::string name = ModeName(mode);
-    return std::to_string(mode) + (name.empty() ? "" : " " + name);
+    return {{"mode", mode}, {"mode-name", found == std::end(modes) ? "" : found->name}};
 }
 
 int ParseMode(const std::string& text)
 {
     std::string name = text;
-    std::ranges::transform(name, name.begin(), [](char c) {
-        return c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    });
+    std::ranges::transform(name, name.begin(),
+                           [](char c) { return c == '-' ? '_' : g_ascii_toupper(c); });
     const auto* found = std::ranges::find(modes, name, &Mode::name);
-    if (found != std::end(modes)) {
-        return found->mode;
-    }
-    if (!CheckNumber(text).empty()) {
+    if (found == std::end(modes) && !WholeNumber()(text).empty()) {
         throw Failure(Cause::usage, "there is no mode '" + text + "'; it is a number, or one of " +
                                         Listed(ModeNames()));
     }
-    return ParseNumber(text);
+    return found == std::end(modes) ? ParseNumber(text) : found->mode;
 }
 
 std::vector<std::string> ScalarNames(bool toSet)

@@ -3,17 +3,16 @@
 #ifndef CLI_SCALARS_H
 #define CLI_SCALARS_H
 
+#include "Failure.h"
+
 #include <string>
 #include <vector>
 
 namespace cli
 {
 
-/** "104 MOVIE"; the number alone for a mode without a name. */
-std::string ModeText(int mode);
-
-/** The name of a mode, "" for none. */
-std::string ModeName(int mode);
+/** Its number and its name, "" for a mode without one. */
+json DescribeMode(int mode);
 
 /** A mode by its number or, in any case, by its name. @throws Failure */
 int ParseMode(const std::string& text);

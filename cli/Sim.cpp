@@ -5,6 +5,7 @@
 #include "Verbs.h"
 
 #include <iostream>
+#include <map>
 
 namespace cli
 {
@@ -17,12 +18,17 @@ Variant Ask(const char* method, GVariant* arguments = nullptr)
     return CallBus(kService, "/org/kelmar/tv/zav/sim", "org.kelmar.tv.zav.Sim", method, arguments);
 }
 
-/** The control is the verb's second word; `form` shows what follows it, in one word or two. */
-Action Tell(CLI::App& verb, const char* form)
+/** The control is the verb's second word; what follows it comes in one word or two. */
+Action Tell(CLI::App& verb)
 {
+    static const std::map<std::string, const char*> forms = {{"delay", "METHOD=MS"},
+                                                             {"fail", "METHOD[=ERROR]"},
+                                                             {"hang", "METHOD"},
+                                                             {"reply", "METHOD=VALUE"},
+                                                             {"emit", "SIGNAL[=VALUE]"}};
     static std::vector<std::string> words;
-    if (*form != '\0') {
-        verb.add_option("WHAT", words)->required()->expected(1, 2)->type_name(form);
+    if (const auto form = forms.find(verb.get_name()); form != forms.end()) {
+        verb.add_option("WHAT", words)->required()->expected(1, 2)->type_name(form->second);
     }
     return [control = verb.get_name()] {
         std::string text = control;
@@ -43,15 +49,13 @@ Action Calls(CLI::App& /*verb*/)
         guint dropped = 0;
         g_variant_get(reply.get(), "(a(sss)uu)", &list, &peak, &dropped);
         json calls = json::array();
-        std::vector<Row> rows;
         const char* method = nullptr;
         const char* arguments = nullptr;
         const char* sender = nullptr;
         while (g_variant_iter_next(list, "(&s&s&s)", &method, &arguments, &sender) != FALSE) {
             calls.push_back({{"method", method}, {"arguments", arguments}, {"sender", sender}});
-            rows.push_back({method, arguments, sender});
         }
-        Print({{"calls", calls}, {"peak-open", peak}, {"dropped", dropped}}, rows);
+        Print({{"calls", calls}, {"peak-open", peak}, {"dropped", dropped}}, Table(calls));
         if (dropped > 0) {
             std::cerr << "zavctl: " << dropped << " older calls were dropped\n";
         }
@@ -61,18 +65,16 @@ Action Calls(CLI::App& /*verb*/)
 } // namespace
 
 const Verbs simVerbs = {
-    {"sim delay", "Answer a method after so many milliseconds",
-     [](CLI::App& verb) { return Tell(verb, "METHOD=MS"); }},
-    {"sim fail", "Answer a method with a D-Bus error",
-     [](CLI::App& verb) { return Tell(verb, "METHOD[=ERROR]"); }},
-    {"sim hang", "Never answer a method", [](CLI::App& verb) { return Tell(verb, "METHOD"); }},
-    {"sim reply", "Answer a method with this body, of any type",
-     [](CLI::App& verb) { return Tell(verb, "METHOD=VALUE"); }},
-    {"sim emit", "Send a signal", [](CLI::App& verb) { return Tell(verb, "SIGNAL[=VALUE]"); }},
+    {"sim", "Tell the simulated service how to behave"},
+    {"sim delay", "Answer a method after so many milliseconds", Tell},
+    {"sim fail", "Answer a method with a D-Bus error", Tell},
+    {"sim hang", "Never answer a method", Tell},
+    {"sim reply", "Answer a method with this body, of any type", Tell},
+    {"sim emit", "Send a signal", Tell},
     {"sim calls", "List the calls that came", Calls},
-    {"sim clear", "Forget the calls that came", [](CLI::App& verb) { return Tell(verb, ""); }},
-    {"sim reset", "Be as at the start", [](CLI::App& verb) { return Tell(verb, ""); }},
-    {"sim quit", "End", [](CLI::App& verb) { return Tell(verb, ""); }},
+    {"sim clear", "Forget the calls that came", Tell},
+    {"sim reset", "Be as at the start", Tell},
+    {"sim quit", "End", Tell},
 };
 
 } // namespace cli

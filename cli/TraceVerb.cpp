@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "TraceVerb.h"
-
-#include "Output.h"
+//
+// `zavctl trace`: shows what a trace store holds.
 #include "Steps.h"
 #include "TraceReader.h"
+#include "Verbs.h"
 
 #include <algorithm>
 #include <array>
@@ -34,6 +34,14 @@ namespace
 {
 
 using trace::Record;
+
+struct
+{
+    std::string file;
+    bool stat = false;   ///< a summary for each operation
+    bool follow = false; ///< go on with the records that come while somebody traces
+    std::string chrome;  ///< where to write a timeline, "" for none
+} options;
 
 constexpr std::uint64_t kPause = 10'000'000; // ns that a request sleeps after a busy line
 
@@ -280,14 +288,14 @@ void ShowAsJson(const Record& record, const Point& point)
 }
 
 /** Shows the records there are; or, to follow them, also those that come while somebody traces. */
-void ShowRecords(trace::Reader& reader, const TraceOptions& options)
+void ShowRecords(trace::Reader& reader)
 {
     Points points;
     bool mayCome = true;
     while (mayCome) {
         mayCome = options.follow && reader.IsInUse(); // asked before the last look
         while (const Record* record = reader.Next()) {
-            (options.json ? ShowAsJson : ShowAsText)(*record, points.Of(*record));
+            (asJson ? ShowAsJson : ShowAsText)(*record, points.Of(*record));
         }
         if (mayCome && std::cout.flush()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -355,7 +363,7 @@ struct Summaries : std::map<std::string, Summary>
         }
     }
 
-    void Print(bool asJson)
+    void Print()
     {
         std::vector<Row> table(1);
         const json names = Summary().Describe("");
@@ -365,11 +373,9 @@ struct Summaries : std::map<std::string, Summary>
         for (auto& [operation, summary] : *this) {
             const json values = summary.Describe(operation);
             if (asJson) {
-                std::cout << Dump(values) << '\n';
+                PrintJson(values);
             }
-            Row& row = table.emplace_back(Row{operation});
-            std::transform(std::next(values.begin()), values.end(), std::back_inserter(row),
-                           [](const json& value) { return value.is_null() ? "-" : Dump(value); });
+            table.push_back(Values(values));
         }
         if (!asJson) {
             PrintRows(table);
@@ -505,9 +511,7 @@ void Tell(const std::string& file, std::uint64_t count, const char* what)
     }
 }
 
-} // namespace
-
-void Trace(const TraceOptions& options)
+void Show()
 try {
     if (options.follow && (options.stat || !options.chrome.empty())) {
         throw Failure(Cause::usage, "--follow shows records: not with --stat or --chrome");
@@ -519,9 +523,9 @@ try {
     if (options.stat) {
         Summaries summaries;
         ShowCalls(reader.emplace(options.file), summaries);
-        summaries.Print(options.json);
-    } else if (options.chrome.empty() || options.json) {
-        ShowRecords(reader.emplace(options.file), options);
+        summaries.Print();
+    } else if (options.chrome.empty() || asJson) {
+        ShowRecords(reader.emplace(options.file));
     }
     if (!std::cout.flush()) {
         throw Failure(Cause::failed, "standard output: cannot be written");
@@ -536,5 +540,20 @@ try {
 } catch (const std::exception& error) {
     throw Failure(Cause::failed, options.file + ": " + error.what());
 }
+
+Action Trace(CLI::App& verb)
+{
+    verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
+    verb.add_flag("--stat", options.stat, "A summary for each operation");
+    verb.add_flag("--follow", options.follow, "Go on while the program runs that traces");
+    verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
+    return Show;
+}
+
+} // namespace
+
+const Verbs traceVerbs = {
+    {"trace", "Show what a trace store holds", Trace},
+};
 
 } // namespace cli

@@ -9,6 +9,7 @@
 #include "Output.h"
 
 #include <CLI/CLI.hpp>
+#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,10 +23,10 @@ using Action = std::function<void()>;
 
 struct Verb
 {
-    const char* name; ///< one word or two
+    const char* name; ///< one word, or two below a row with the first
     const char* help;
     /** Adds the verb's options and arguments; the action is run when they have been read. */
-    Action (*define)(CLI::App&);
+    Action (*define)(CLI::App&) = nullptr;
 };
 
 using Verbs = std::vector<Verb>;
@@ -35,14 +36,15 @@ extern const Verbs deviceVerbs;   ///< equalizer, speakers, tunnel, spdif, init-
 extern const Verbs watchingVerbs; ///< monitor, wait
 extern const Verbs doctorVerbs;   ///< doctor
 extern const Verbs simVerbs;      ///< sim
+extern const Verbs traceVerbs;    ///< trace
 
-/** A number, also as 0x3. @throws Failure */
-int ParseNumber(const std::string& text);
+/** A whole number, also as 0x3. @throws Failure */
+int ParseNumber(const std::string& text, int least = INT_MIN, int most = INT_MAX);
 
 /** For CLI::Option::check(): what is wrong with a number, "" for nothing. */
-std::string CheckNumber(const std::string& text);
+using Check = std::function<std::string(const std::string&)>;
+Check WholeNumber(int least = INT_MIN, int most = INT_MAX);
 std::string CheckSeconds(const std::string& text);
-std::function<std::string(const std::string&)> CheckRange(int least, int most);
 
 } // namespace cli
 

@@ -31,37 +31,31 @@ struct
     std::optional<Failure> failure = {}; // of a callback, which must not throw
 } monitor;
 
-void Show(const char* event, const json& data, const Row& words)
+void Show(const char* event, const json& data, Row words)
 {
     json line{{"event", event}};
     line.update(data);
-    Row row{event};
-    row.insert(row.end(), words.begin(), words.end());
+    words.insert(words.begin(), event);
     try {
-        Print(line, {row});
+        Print(line, {words});
     } catch (const Failure& thrown) {
         monitor.failure = thrown;
     }
 }
 
 /** One of the six events; ends the monitor with the last that was asked for. */
-void ShowEvent(const char* event, const json& data = json::object(), const Row& words = {})
+void ShowEvent(const char* event, const json& data, const Row& words)
 {
     Show(event, data, words);
     monitor.ended = monitor.ended || --monitor.count == 0;
 }
 
-Row Hex(const unsigned char* bytes, size_t count)
+void ShowEvent(const char* event, const json& data = json::object())
 {
-    Row words;
-    for (size_t i = 0; i < count; ++i) {
-        g_autofree char* text = g_strdup_printf("%02x", bytes[i]);
-        words.emplace_back(std::string(text));
-    }
-    return words;
+    ShowEvent(event, data, Values(data));
 }
 
-json Numbers(const unsigned char* bytes, size_t count)
+json Bytes(const unsigned char* bytes, size_t count)
 {
     return std::vector<int>(bytes, bytes + count);
 }
@@ -80,15 +74,13 @@ void OnSpdif(const void* data, void* /*user*/)
 {
     // How many bytes there are is not told; the library has logged each.
     const auto count = static_cast<size_t>(std::ranges::count(logged, Step::byte, &Line::step));
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    ShowEvent("spdif", {{"data", Numbers(bytes, count)}}, Hex(bytes, count));
+    ShowEvent("spdif", {{"data", Bytes(static_cast<const unsigned char*>(data), count)}});
     logged.clear();
 }
 
 void OnMode(int mode, void* /*user*/)
 {
-    const int number = mode + AUDIO_EFFECT_STANDARD; // the service counts from 0
-    ShowEvent("mode", {{"mode", number}, {"mode-name", ModeName(number)}}, {ModeText(number)});
+    ShowEvent("mode", DescribeMode(mode + AUDIO_EFFECT_STANDARD)); // the service counts from 0
 }
 
 void OnTunnelStatus(int connected, char* text, void* /*user*/)
@@ -100,18 +92,14 @@ void OnTunnelStatus(int connected, char* text, void* /*user*/)
 
 void OnTunnelData(unsigned char* data, int length, void* /*user*/)
 {
-    const auto count = static_cast<size_t>(length);
-    ShowEvent("tunnel-data", {{"data", Numbers(data, count)}}, Hex(data, count));
+    ShowEvent("tunnel-data", {{"data", Bytes(data, static_cast<size_t>(length))}});
 }
 
 void OnManagedEvent(int event, void* data, int length)
 {
     const unsigned char* bytes = nullptr; // the data begin with the address of the bytes
     memcpy(&bytes, data, sizeof bytes);
-    const auto count = static_cast<size_t>(length);
-    Row words = Hex(bytes, count);
-    words.insert(words.begin(), std::to_string(event));
-    ShowEvent("managed", {{"number", event}, {"data", Numbers(bytes, count)}}, words);
+    ShowEvent("managed", {{"number", event}, {"data", Bytes(bytes, static_cast<size_t>(length))}});
 }
 
 void Listen(int id)
@@ -159,7 +147,7 @@ Action Monitor(CLI::App& verb)
     static double seconds = 0;
     static int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
     verb.add_option("--count", monitor.count, "End after so many events")
-        ->check(CheckRange(1, INT_MAX), "");
+        ->check(WholeNumber(1), "");
     verb.add_option("--for", seconds, "End after so many seconds")->check(CheckSeconds, "");
     verb.add_option("--id", id, "The external device")->capture_default_str();
     return [] {
@@ -196,10 +184,8 @@ Action Monitor(CLI::App& verb)
 
 bool IsRunning()
 {
-    const Variant reply = CallBus(kBusService, "/org/freedesktop/DBus", kBusService, "NameHasOwner",
-                                  g_variant_new("(s)", kService));
     gboolean owned = FALSE;
-    g_variant_get(reply.get(), "(b)", &owned);
+    g_variant_get(AskBus("NameHasOwner").get(), "(b)", &owned);
     return owned != FALSE;
 }
 
@@ -207,7 +193,7 @@ bool IsRunning()
 bool IsReady()
 {
     try {
-        return Request([] { return Api::IsZAVReady(); }).result > 0;
+        return Request(Api::IsZAVReady) > 0;
     } catch (const Failure& failure) {
         if (abandoned) { // within what was left of the time
             throw Failure(Cause::noAnswer, "ZAVService did not answer in time");

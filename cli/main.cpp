@@ -4,7 +4,6 @@
 #include "Completion.h"
 #include "Request.h"
 #include "Scalars.h"
-#include "TraceVerb.h"
 #include "Verbs.h"
 
 #include <iomanip>
@@ -17,19 +16,6 @@ namespace cli
 
 namespace
 {
-
-Action ShowTrace(CLI::App& verb)
-{
-    static TraceOptions options;
-    verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
-    verb.add_flag("--stat", options.stat, "A summary for each operation");
-    verb.add_flag("--follow", options.follow, "Go on while the program runs that traces");
-    verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
-    return [] {
-        options.json = asJson;
-        Trace(options);
-    };
-}
 
 const std::map<std::string, const char*> completionScripts = {
 #include "Completions.inc"
@@ -53,40 +39,30 @@ Action Help(CLI::App& verb)
     static Words words;
     verb.add_option("VERB", words, "Which; all without one");
     return [app = verb.get_parent()] {
-        const CLI::App* described = app;
-        std::string path;
-        for (const std::string& word : words) {
-            const auto found = described->get_subcommands(
-                [&word](const CLI::App* one) { return one->check_name(word); });
-            if (found.empty()) {
-                throw Failure(Cause::usage, "there is no verb '" + word + "'");
-            }
-            path += (path.empty() ? "" : " ") + described->get_name();
-            described = found[0];
-        }
-        PrintText(described->help(path));
+        words.emplace_back("--help");
+        app->parse(Words(words.rbegin(), words.rend()));
     };
 }
 
 const Verbs otherVerbs = {
-    {"trace", "Show what a trace store holds", ShowTrace},
     {"completion", "Print the completion script of a shell", Completion},
     {"help", "Describe a verb", Help},
 };
 
 /** What may come after which kind of option or argument. */
-const Values values = {
-    {"METHOD", Methods},
-    {"SIGNAL", Signals},
-    {"MODE", [](auto&) { return ModeNames(); }},
-    {"READABLE", [](auto&) { return ScalarNames(false); }},
-    {"SETTABLE", [](auto&) { return ScalarNames(true); }},
-    {"SETTING", [](auto& before) { return before.back() == "mode" ? ModeNames() : Words(); }},
-    {"SHELL",
-     [](auto&) {
-         return Words{"bash", "zsh", "fish"};
-     }},
-};
+void Complete(CLI::App& app, int argc, char** argv)
+{
+    const Words shells = {"bash", "zsh", "fish"};
+    const bool setsMode = std::string_view(argv[argc - 2]) == "mode";
+    PrintCandidates(app, argc, argv,
+                    {{"METHOD", Methods()},
+                     {"SIGNAL", Signals()},
+                     {"MODE", ModeNames()},
+                     {"READABLE", ScalarNames(false)},
+                     {"SETTABLE", ScalarNames(true)},
+                     {"SETTING", setsMode ? ModeNames() : Words()},
+                     {"SHELL", shells}});
+}
 
 std::string ExitCodes()
 {
@@ -99,33 +75,22 @@ std::string ExitCodes()
     return text.str();
 }
 
-/** The parent of a verb of two words, made with the first of its verbs. */
-CLI::App& Parent(CLI::App& app, const std::string& name)
-{
-    const auto found =
-        app.get_subcommands([&name](const CLI::App* sub) { return sub->get_name() == name; });
-    if (!found.empty()) {
-        return *found[0];
-    }
-    return *app.add_subcommand(name, name == "sim" ? "Tell the simulated service how to behave"
-                                                   : "Talk to external devices through the tunnel")
-                ->require_subcommand(1);
-}
-
 void Define(CLI::App& app, const Verb& row, Action& chosen)
 {
     const std::string name = row.name;
     const size_t blank = name.find(' ');
-    CLI::App& parent = blank == std::string::npos ? app : Parent(app, name.substr(0, blank));
-    CLI::App& verb = *parent.add_subcommand(name.substr(blank + 1), row.help);
-    verb.callback([action = row.define(verb), &chosen] { chosen = action; });
+    CLI::App* parent =
+        blank == std::string::npos ? &app : app.get_subcommand(name.substr(0, blank));
+    CLI::App* verb = parent->add_subcommand(name.substr(blank + 1), row.help);
+    if (row.define == nullptr) {
+        verb->require_subcommand(1);
+    } else {
+        verb->callback([action = row.define(*verb), &chosen] { chosen = action; });
+    }
 }
 
-void Main(int argc, char** argv)
+void DefineAll(CLI::App& app, Action& chosen)
 {
-    CLI::App app("Controls sound devices through ZAVService, and looks into what goes wrong.",
-                 "zavctl");
-    Action chosen;
     app.add_flag("--json", asJson, "Print JSON");
     app.add_flag("--log", showLog, "Show the library's log on standard error");
     app.add_option("--timeout", timeLimit, "The longest wait for an answer, in seconds; else 6")
@@ -133,29 +98,37 @@ void Main(int argc, char** argv)
         ->type_name("SECONDS");
     app.set_version_flag("--version", "zavctl " ZAVCTL_VERSION);
     app.require_subcommand(1)->fallthrough();
-    for (const Verbs* verbs :
-         {&scalarVerbs, &deviceVerbs, &watchingVerbs, &doctorVerbs, &simVerbs, &otherVerbs}) {
+    for (const Verbs* verbs : {&scalarVerbs, &deviceVerbs, &watchingVerbs, &doctorVerbs, &simVerbs,
+                               &traceVerbs, &otherVerbs}) {
         for (const Verb& verb : *verbs) {
             Define(app, verb, chosen);
         }
     }
     app.footer(ScalarHelp() + '\n' + ExitCodes()); // after the verbs, which would inherit it
-    if (AnswerCompletion(app, argc, argv, values)) {
-        return;
+}
+
+void Main(int argc, char** argv)
+{
+    CLI::App app("Controls sound devices through ZAVService, and looks into what goes wrong.",
+                 "zavctl");
+    Action chosen;
+    DefineAll(app, chosen);
+    if (AsksForCandidates(argc, argv)) {
+        return Complete(app, argc, argv);
     }
     try {
         app.parse(argc, argv);
+        chosen();
     } catch (const CLI::ParseError& outcome) { // --help among them
+        if (const Words unknown = app.remaining(true); !unknown.empty()) {
+            throw Failure(Cause::usage, "'" + unknown[0] + "' is not expected here");
+        }
         if (outcome.get_exit_code() != 0) {
-            const auto unknown = app.remaining(true);
-            throw Failure(Cause::usage, unknown.empty()
-                                            ? outcome.what()
-                                            : "'" + unknown[0] + "' is not expected here");
+            throw Failure(Cause::usage, outcome.what());
         }
         app.exit(outcome);
-        return PrintText("");
+        PrintText("");
     }
-    chosen();
 }
 
 } // namespace

@@ -5,104 +5,80 @@
 
 #include <algorithm>
 #include <iostream>
+#include <set>
 
 namespace
 {
 
-/** Where the words before the last one have led to. */
-struct Place
-{
-    const CLI::App* app;
-    const CLI::Option* option = nullptr; // whose value comes next
-    size_t arguments = 0;                // that were given to the verb
-};
+using Values = std::map<std::string, Words>;
 
-const CLI::Option* FindOption(const CLI::App* app, const std::string& word)
-{
-    for (; app != nullptr; app = app->get_parent()) {
-        for (const CLI::Option* option : app->get_options()) {
-            if (option->check_name(word)) {
-                return option;
-            }
-        }
-    }
-    return nullptr;
-}
+using Sorted = std::set<std::string>;
 
-Place Follow(const CLI::App& app, const Words& before)
-{
-    Place place{&app};
-    for (const std::string& word : before) {
-        const auto verbs = place.app->get_subcommands(
-            [&word](const CLI::App* verb) { return verb->check_name(word); });
-        if (word == "=") { // by which bash separates words, too
-        } else if (place.option != nullptr) {
-            place.option = nullptr;
-        } else if (word.starts_with('-')) {
-            const CLI::Option* option = FindOption(place.app, word);
-            place.option =
-                option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
-        } else if (!verbs.empty()) {
-            place = {verbs[0]};
-        } else {
-            ++place.arguments;
-        }
-    }
-    return place;
-}
-
-/** The argument that the next word is; the last takes all the rest. */
-const CLI::Option* Argument(const Place& place)
-{
-    const auto arguments =
-        place.app->get_options([](const CLI::Option* option) { return option->get_positional(); });
-    if (place.arguments < arguments.size()) {
-        return arguments[place.arguments];
-    }
-    const bool repeats = !arguments.empty() && arguments.back()->get_items_expected_max() > 1;
-    return repeats ? arguments.back() : nullptr;
-}
-
-Words ValuesOf(const CLI::Option& option, const Words& before, const Values& values)
+Sorted ValuesOf(const CLI::Option& option, const Values& values)
 {
     const std::string type = option.get_type_name();
     const std::string name = type.substr(0, type.find_first_of("=["));
     if (name == "FILE") {
         return {":file"};
     }
-    const auto found = values.find(name);
-    Words words = found == values.end() ? Words() : found->second(before);
-    if (type.find('=') != std::string::npos) {
-        std::ranges::for_each(words, [](std::string& word) { word += '='; });
+    Sorted words;
+    if (const auto found = values.find(name); found != values.end()) {
+        for (const std::string& value : found->second) {
+            words.insert(type.find('=') == std::string::npos ? value : value + '=');
+        }
     }
     return words;
 }
 
-Words Candidates(const CLI::App& program, const Words& before, const std::string& last,
-                 const Values& values)
+/** Where the words before the last one have led to. */
+const CLI::App& Follow(CLI::App& app, const Words& before)
 {
-    const Place place = Follow(program, before);
-    if (place.option != nullptr) {
-        return ValuesOf(*place.option, before, values);
+    try {
+        app.parse(Words(before.rbegin(), before.rend()));
+    } catch (const std::runtime_error&) { // the line is not whole yet
     }
-    Words words;
-    if (!last.starts_with('-')) {
-        for (const CLI::App* verb :
-             place.app->get_subcommands([](const CLI::App*) { return true; })) {
-            words.push_back(verb->get_name());
+    const CLI::App* verb = &app;
+    while (!verb->get_subcommands().empty()) {
+        verb = verb->get_subcommands()[0];
+    }
+    return *verb;
+}
+
+/** The verb's own options, and those of the verbs above it, which it takes as well. */
+std::vector<const CLI::Option*> Options(const CLI::App* verb)
+{
+    std::vector<const CLI::Option*> options;
+    for (; verb != nullptr; verb = verb->get_parent()) {
+        std::ranges::copy(verb->get_options([](auto* option) { return option->nonpositional(); }),
+                          std::back_inserter(options));
+    }
+    return options;
+}
+
+Sorted Candidates(CLI::App& app, const Words& before, bool isOption, const Values& values)
+{
+    const CLI::App& verb = Follow(app, before);
+    const auto options = Options(&verb);
+    for (const CLI::Option* option : options) {
+        if (!before.empty() && option->check_name(before.back()) &&
+            option->get_items_expected_max() > 0) {
+            return ValuesOf(*option, values);
         }
-        if (const CLI::Option* argument = Argument(place)) {
-            std::ranges::move(ValuesOf(*argument, before, values), std::back_inserter(words));
+    }
+    Sorted words;
+    if (!isOption) {
+        const auto arguments = verb.get_options([](const CLI::Option* option) {
+            return option->get_positional() &&
+                   option->count() < static_cast<size_t>(option->get_items_expected_max());
+        });
+        words = arguments.empty() ? Sorted() : ValuesOf(*arguments[0], values);
+        for (const CLI::App* next : verb.get_subcommands([](auto*) { return true; })) {
+            words.insert(next->get_name());
         }
     }
     if (words.empty()) {
-        for (const CLI::App* app = place.app; app != nullptr; app = app->get_parent()) {
-            for (const CLI::Option* option : app->get_options()) {
-                const bool known = std::ranges::find(words, option->get_name()) != words.end();
-                if (option->nonpositional() && !known) {
-                    words.push_back(option->get_name());
-                }
-            }
+        for (const CLI::Option* option : options) {
+            words.insert(option->get_name());
         }
     }
     return words;
@@ -121,27 +97,29 @@ Words Names(Info** infos)
 
 } // namespace
 
-Words Methods(const Words& /*before*/)
+Words Methods()
 {
     return Names(org_kelmar_tv_zav_interface.methods);
 }
 
-Words Signals(const Words& /*before*/)
+Words Signals()
 {
     return Names(org_kelmar_tv_zav_interface.signals);
 }
 
-bool AnswerCompletion(const CLI::App& app, int argc, char** argv, const Values& values)
+bool AsksForCandidates(int argc, char** argv)
 {
-    if (argc < 3 || std::string(argv[1]) != "--complete") {
-        return false;
-    }
-    const Words before(argv + 2, argv + argc - 1);
+    return argc > 2 && std::string_view(argv[1]) == "--complete";
+}
+
+void PrintCandidates(CLI::App& app, int argc, char** argv, const Values& values)
+{
+    Words before(argv + 2, argv + argc - 1);
+    std::erase(before, "="); // by which bash separates words, too
     const std::string last = argv[argc - 1];
-    for (const std::string& word : Candidates(app, before, last, values)) {
+    for (const std::string& word : Candidates(app, before, last.starts_with('-'), values)) {
         if (word.starts_with(last) || word == ":file") {
             std::cout << word << '\n';
         }
     }
-    return true;
 }

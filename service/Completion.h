@@ -10,28 +10,26 @@
 
 #include <CLI/CLI.hpp>
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 using Words = std::vector<std::string>;
 
-/**
- * The values that an option or argument takes, by the beginning of its type's name: "METHOD=MS" has
- * those of METHOD, each with "=" behind it. They may depend on the words before.
- */
-using Values = std::map<std::string, std::function<Words(const Words& before)>>;
-
 /** The methods and the signals of the service. */
-Words Methods(const Words& before);
-Words Signals(const Words& before);
+Words Methods();
+Words Signals();
+
+/** Whether a command line asks what may come next, and not for something to be done. */
+bool AsksForCandidates(int argc, char** argv);
 
 /**
- * Prints what may be the last word if the first is `--complete`, one a line; ":file" for file
- * names.
- * @return whether it was
+ * Prints what may be the last word of such a command line, one a line; ":file" for file names.
+ * @param app    parses the words before, without its callbacks
+ * @param values what an option or argument may be, by the beginning of its type's name: "METHOD=MS"
+ *               has those of METHOD, each with "=" behind it
  */
-bool AnswerCompletion(const CLI::App& app, int argc, char** argv, const Values& values);
+void PrintCandidates(CLI::App& app, int argc, char** argv,
+                     const std::map<std::string, Words>& values);
 
 #endif

@@ -171,7 +171,8 @@ try {
                  "zav-sim");
     Options options;
     Define(app, options);
-    if (AnswerCompletion(app, argc, argv, {{"METHOD", Methods}})) {
+    if (AsksForCandidates(argc, argv)) {
+        PrintCandidates(app, argc, argv, {{"METHOD", Methods()}});
         return EXIT_SUCCESS;
     }
     try {
