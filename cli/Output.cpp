@@ -70,6 +70,11 @@ std::string Printable(const std::string& text)
     return shown;
 }
 
+std::string Dump(const json& data)
+{
+    return Printable(data.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
 void PrintText(const std::string& text)
 {
     if (!(std::cout << text << std::flush)) {
@@ -80,7 +85,7 @@ void PrintText(const std::string& text)
 
 void PrintJson(const json& data)
 {
-    PrintText(Printable(data.dump(-1, ' ', false, json::error_handler_t::replace)) + '\n');
+    PrintText(Dump(data) + '\n');
 }
 
 Row Values(const json& object)

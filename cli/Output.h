@@ -34,6 +34,9 @@ bool OnTerminal();
 /** Valid UTF-8, with control characters as \uXXXX. */
 std::string Printable(const std::string& text);
 
+/** JSON on one line, with texts as printable as by Printable(). */
+std::string Dump(const json& data);
+
 /** A line of JSON. @throws Failure when it cannot be written, as with all that follow */
 void PrintJson(const json& data);
 

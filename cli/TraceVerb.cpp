@@ -6,7 +6,6 @@
 #include "Verbs.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -16,11 +15,12 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -43,6 +43,9 @@ struct
     std::string chrome;  ///< where to write a timeline, "" for none
 } options;
 
+/** All that the views know of where records come from: the next in the order of time, or null. */
+using Source = std::function<const Record*()>;
+
 constexpr std::uint64_t kPause = 10'000'000; // ns that a request sleeps after a busy line
 
 /** Unsigned: the times in a damaged store may lie further apart than a signed number can tell. */
@@ -59,75 +62,40 @@ double Microseconds(std::uint64_t nanoseconds)
 std::string LocalTime(std::int64_t time)
 {
     using namespace std::chrono;
+    static std::time_t shown = -1; // worked out once a second: it costs more than a line
+    static char text[64] = "";
     const nanoseconds sinceEpoch(time);
     const auto second = floor<seconds>(sinceEpoch);
-    static std::time_t shown = -1; // worked out once a second: it costs more than a line
-    static std::array<char, 64> text{};
-    static std::size_t length = 0;
-    if (const std::time_t clock = second.count(); clock != shown || length == 0) {
+    if (const std::time_t clock = second.count(); clock != shown) {
         std::tm local{};
-        localtime_r(&clock, &local);
-        length = std::strftime(text.data(), text.size(), "%F %T", &local);
+        std::strftime(text, sizeof text, "%F %T.", localtime_r(&clock, &local));
         shown = clock;
     }
-    const auto micros = duration_cast<microseconds>(sinceEpoch - second).count();
-    std::snprintf(&text[length], text.size() - length, ".%06d", static_cast<int>(micros));
-    return text.data();
+    const auto micros = duration_cast<microseconds>(sinceEpoch - second + 1s).count();
+    return text + std::to_string(micros).substr(1);
 }
 
-/** JSON on one line. The texts come from anywhere and need not be UTF-8. */
-std::string Dump(const json& data)
-{
-    return data.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-// ---- What the lines of a thread tell ------------------------------------------------------------
-
-/** A log point, and what its lines are to the requests. */
-struct Point
-{
-    Step step;
-    std::string operation;
-};
+// ---- The requests -------------------------------------------------------------------------------
 
 /** A record as the requests see it. */
 struct Line
 {
-    const Point* point;
+    Step step;
+    std::string_view operation;
     std::int64_t time;
-    std::uint32_t thread;
     std::string text; ///< only for those who show it
-};
-
-/** The log points of a reader. */
-class Points
-{
-public:
-    const Point& Of(const Record& record)
-    {
-        auto found = m_points.find(record.location);
-        if (found == m_points.end()) {
-            const auto& location = *record.location;
-            const Point point{StepOf(location.message), Operation(location)};
-            found = m_points.emplace(&location, point).first;
-        }
-        return found->second;
-    }
-
-private:
-    std::unordered_map<const trace::Location*, Point> m_points;
 };
 
 /** A request, or the making of the connection, as far as its lines are in the trace. */
 struct Request
 {
     explicit Request(const Line& line)
-        : operation(line.point->operation), announcement(line.text), start(line.time),
-          end(line.time), outcome(line.point->step), last(line.point->step)
+        : operation(line.operation), announcement(line.text), start(line.time), end(line.time),
+          outcome(line.step), last(line.step)
     {
     }
 
-    const std::string& operation;
+    std::string_view operation;
     std::string announcement;
     std::optional<std::string> result; ///< the text of the line that tells how it went
     std::int64_t start;
@@ -138,13 +106,12 @@ struct Request
     std::int64_t firstWait = 0;
     std::int64_t lastWait = 0;
 
-    /** Whether the line is the request's; if not, its lines are over. */
-    bool Takes(const Line& line)
+    /** @return whether the line is the request's; if not, its lines are over */
+    bool Add(const Line& line)
     {
-        const Step step = line.point->step;
+        const Step step = line.step;
         const bool item = step == Step::line || step == Step::listed;
-        const bool repeats = step == Step::waiting || item;
-        if (step < last || (step == last && !repeats)) {
+        if (step < last || (step == last && step != Step::waiting && !item)) {
             // The line belongs to a request whose announcement is not in the trace.
             last = Step::over;
             return false;
@@ -176,97 +143,109 @@ private:
     Step last;
 };
 
-bool Begins(Step step)
-{
-    return step == Step::entry || step == Step::connecting || step == Step::announced;
-}
-
-/** A call into the library: of an exported function, or of a method that makes a request. */
+/**
+ * A call into the library: of an exported function, or of a method that makes a request. Else a
+ * line outside of calls.
+ */
 struct Call
 {
-    explicit Call(const Line& line)
-        : operation(line.point->operation), exported(line.point->step == Step::entry),
-          start(line.time), end(line.time)
+    Call(std::uint32_t caller, const Line& line)
+        : thread(caller), first(line), exported(line.step == Step::entry), end(line.time)
     {
-        if (!exported) {
+        if (line.step == Step::connecting || line.step == Step::announced) {
             requests.emplace_back(line);
         }
     }
 
-    const std::string& operation;
+    std::uint32_t thread;
+    Line first;
     bool exported;
-    std::int64_t start;
     std::int64_t end;
     std::vector<Request> requests; ///< the making of the connection may come before the other
 
-    bool Takes(const Line& line)
+    bool IsOne() const { return exported || !requests.empty(); }
+
+    /** @return whether the line is the call's; if not, the call is over */
+    bool Add(const Line& line)
     {
-        const auto& [step, name] = *line.point;
-        const bool isOwn = exported && name == operation;
+        const Step step = line.step;
+        const bool isOwn = exported && line.operation == first.operation;
         Request* const latest = requests.empty() ? nullptr : &requests.back();
-        const bool isAsked = latest && latest->operation == operation; // what was called for
-        bool takes = false;
+        const bool isAsked = latest && latest->operation == first.operation; // what was called for
+        bool added = false;
         if (exported && ((step == Step::connecting && !latest) ||
                          (step == Step::announced && isOwn && !isAsked))) {
             requests.emplace_back(line);
-            takes = true;
-        } else if (step == Step::bridge || !latest || latest->operation != name) {
-            takes = isOwn && step != Step::entry && (step == Step::bridge || !isAsked);
+            added = true;
+        } else if (step == Step::bridge || !latest || latest->operation != line.operation) {
+            added = isOwn && step != Step::entry && (step == Step::bridge || !isAsked);
         } else {
-            takes = step != Step::entry && latest->Takes(line);
+            added = step != Step::entry && latest->Add(line);
         }
-        end = takes ? line.time : end;
-        return takes;
+        end = added ? line.time : end;
+        return added;
     }
 };
 
-/**
- * Hands each call to the view when it is over, those of a thread in their order, and the lines
- * outside of calls as they come.
- */
-template <class View>
-void ShowCalls(trace::Reader& reader, View& view)
+/** Puts the lines of each thread together. */
+class Calls
 {
-    Points points;
-    std::map<std::uint32_t, std::optional<Call>> threads; // the current call of each
-    while (const Record* record = reader.Next()) {
-        const Line line{&points.Of(*record), record->time, record->thread,
-                        View::kWithTexts ? Message(*record) : std::string()};
-        if (threads.empty()) {
-            view.Start(line.time);
+public:
+    Calls(Source source, bool withTexts) : m_next(std::move(source)), m_withTexts(withTexts) {}
+
+    /** The next call that is over, or line outside of calls; those of a thread in their order. */
+    std::optional<Call> Next()
+    {
+        while (const Record* record = m_next()) {
+            const Line line = Read(*record);
+            const auto current = m_current.find(record->thread);
+            if (current != m_current.end() && current->second.Add(line)) {
+                continue;
+            }
+            Call call(record->thread, line);
+            if (!call.IsOne()) {
+                return call;
+            }
+            if (current != m_current.end()) {
+                return std::exchange(current->second, std::move(call));
+            }
+            m_current.emplace(record->thread, std::move(call));
         }
-        std::optional<Call>& call = threads[line.thread];
-        if (call && call->Takes(line)) {
-            continue;
-        }
-        if (!Begins(line.point->step)) {
-            view.Add(line);
-            continue;
-        }
-        if (call) {
-            view.Add(line.thread, *call);
-        }
-        call.emplace(line);
+        return m_current.empty() ? std::nullopt
+                                 : std::optional(m_current.extract(m_current.begin()).mapped());
     }
-    for (const auto& [thread, call] : threads) {
-        if (call) {
-            view.Add(thread, *call);
+
+    /** The time of the first line. */
+    std::int64_t Start() const { return m_start.value_or(0); }
+
+private:
+    Line Read(const Record& record)
+    {
+        const trace::Location& location = *record.location;
+        const auto [step, isNew] = m_steps.try_emplace(&location);
+        if (isNew) {
+            step->second = StepOf(location.message);
         }
+        m_start = m_start.value_or(record.time);
+        return {step->second, location.operation, record.time, m_withTexts ? Message(record) : ""};
     }
-}
+
+    Source m_next;
+    bool m_withTexts;
+    std::unordered_map<const trace::Location*, Step> m_steps;
+    std::map<std::uint32_t, Call> m_current; ///< of each thread
+    std::optional<std::int64_t> m_start;
+};
 
 // ---- The records --------------------------------------------------------------------------------
 
-void ShowAsText(const Record& record, const Point& point)
+void ShowAsText(const Record& record)
 {
-    std::string line = LocalTime(record.time) + ' ' + std::to_string(record.thread) + ' ' +
-                       point.operation + ": " + trace::Message(record);
-    std::ranges::replace_if(
-        line, [](unsigned char c) { return c < ' ' || c == 0x7F; }, ' ');
-    std::cout << line << '\n';
+    std::cout << LocalTime(record.time) << ' ' << record.thread << ' '
+              << Printable(record.location->operation + ": " + Message(record)) << '\n';
 }
 
-void ShowAsJson(const Record& record, const Point& point)
+void ShowAsJson(const Record& record)
 {
     json arguments = json::array();
     auto type = record.location->arguments.begin();
@@ -277,30 +256,27 @@ void ShowAsJson(const Record& record, const Point& point)
     }
     std::cout << Dump({{"time", std::to_string(record.time)}, // more digits than a double has
                        {"thread", record.thread},
-                       {"operation", point.operation},
+                       {"operation", record.location->operation},
                        {"function", record.location->function},
                        {"file", record.location->file},
                        {"line", record.location->line},
-                       {"message", trace::Message(record)},
+                       {"message", Message(record)},
                        {"format", record.location->message},
                        {"arguments", std::move(arguments)}})
               << '\n';
 }
 
-/** Shows the records there are; or, to follow them, also those that come while somebody traces. */
-void ShowRecords(trace::Reader& reader)
+/** @param mayCome tells whether there may be more records later */
+void ShowRecords(const Source& next, const std::function<bool()>& mayCome)
 {
-    Points points;
-    bool mayCome = true;
-    while (mayCome) {
-        mayCome = options.follow && reader.IsInUse(); // asked before the last look
-        while (const Record* record = reader.Next()) {
-            (asJson ? ShowAsJson : ShowAsText)(*record, points.Of(*record));
+    for (bool goesOn = true; goesOn && std::cout;) {
+        goesOn = mayCome(); // asked before the last look
+        while (const Record* record = next()) {
+            (asJson ? ShowAsJson : ShowAsText)(*record);
         }
-        if (mayCome && std::cout.flush()) {
+        if (goesOn && std::cout.flush()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
-        mayCome = mayCome && std::cout;
     }
 }
 
@@ -335,7 +311,7 @@ struct Summary
         return Microseconds(*place);
     }
 
-    json Describe(const std::string& operation)
+    json Describe(std::string_view operation)
     {
         return {{"operation", operation},
                 {"requests", requests},
@@ -350,38 +326,31 @@ struct Summary
 };
 
 /** Adds the requests up by operation. */
-struct Summaries : std::map<std::string, Summary>
+void ShowSummaries(const Source& source)
 {
-    static constexpr bool kWithTexts = false;
-
-    void Start(std::int64_t /*time*/) {}
-    void Add(const Line& /*line*/) {}
-    void Add(std::uint32_t /*thread*/, const Call& call)
-    {
-        for (const Request& request : call.requests) {
-            (*this)[request.operation].Add(request);
+    std::map<std::string_view, Summary> summaries;
+    Calls calls(source, false);
+    while (const auto call = calls.Next()) {
+        for (const Request& request : call->requests) {
+            summaries[request.operation].Add(request);
         }
     }
-
-    void Print()
-    {
-        std::vector<Row> table(1);
-        const json names = Summary().Describe("");
-        for (const auto& [name, value] : names.items()) {
-            table[0].push_back(name);
-        }
-        for (auto& [operation, summary] : *this) {
-            const json values = summary.Describe(operation);
-            if (asJson) {
-                PrintJson(values);
-            }
-            table.push_back(Values(values));
-        }
-        if (!asJson) {
-            PrintRows(table);
+    std::vector<Row> table(1);
+    const json names = Summary().Describe("");
+    for (const auto& [name, value] : names.items()) {
+        table[0].push_back(name);
+    }
+    for (auto& [operation, summary] : summaries) {
+        const json values = summary.Describe(operation);
+        table.push_back(Values(values));
+        if (asJson) {
+            PrintJson(values);
         }
     }
-};
+    if (!asJson) {
+        PrintRows(table);
+    }
+}
 
 // ---- The timeline -------------------------------------------------------------------------------
 
@@ -392,90 +361,82 @@ struct Summaries : std::map<std::string, Summary>
 class Timeline
 {
 public:
-    static constexpr bool kWithTexts = true;
+    Timeline(std::ostream& out, std::uint32_t process) : m_out(out), m_process(process) {}
 
-    Timeline(std::ostream& out, std::uint32_t process) : m_out(out), m_process(process)
+    void Write(const Source& source)
     {
         m_out << "{\"traceEvents\":[";
-    }
-
-    void Start(std::int64_t time) { m_start = time; }
-
-    void Finish()
-    {
+        Calls calls(source, true);
+        while (const auto call = calls.Next()) {
+            m_start = calls.Start();
+            m_threads.insert(m_thread = call->thread);
+            Add(*call);
+        }
+        for (const std::uint32_t thread : m_threads) {
+            const std::string name = (thread == m_process ? "main thread " : "thread ");
+            m_thread = thread;
+            Add("M", m_start,
+                {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
+        }
         m_out << "],\n\"displayTimeUnit\":\"ms\",\n\"otherData\":"
               << Dump({{"start", LocalTime(m_start)}}) << "}\n";
     }
 
-    void Add(const Line& line)
-    {
-        Write(line.thread, "i", line.time,
-              {{"name", line.point->operation}, {"s", "t"}, {"args", {{"message", line.text}}}});
-    }
-
-    void Add(std::uint32_t thread, const Call& call)
-    {
-        if (call.exported) {
-            Begin(thread, call.start, "export " + call.operation);
-        }
-        for (const Request& request : call.requests) {
-            AddRequest(thread, request);
-        }
-        if (call.exported) {
-            End(thread, call.end);
-        }
-    }
-
 private:
-    void Write(std::uint32_t thread, const char* phase, std::int64_t time, json event)
-    {
-        if (m_named.insert(thread).second) {
-            const std::string name = (thread == m_process ? "main thread " : "thread ");
-            Put(thread, "M", m_start,
-                {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
-        }
-        Put(thread, phase, time, std::move(event));
-    }
-
-    void Put(std::uint32_t thread, const char* phase, std::int64_t time, json event)
+    void Add(const char* phase, std::int64_t time, json event)
     {
         event["ph"] = phase;
         event["pid"] = m_process;
-        event["tid"] = thread;
+        event["tid"] = m_thread;
         event["ts"] = Microseconds(Elapsed(m_start, time));
         m_out << std::exchange(m_separator, ",\n") << Dump(event);
     }
 
-    void Begin(std::uint32_t thread, std::int64_t time, const std::string& name,
-               const json& args = json::object())
+    void Begin(std::int64_t time, const std::string& name, const json& args = json::object())
     {
-        Write(thread, "B", time, {{"name", name}, {"args", args}});
+        Add("B", time, {{"name", name}, {"args", args}});
     }
 
-    void End(std::uint32_t thread, std::int64_t time) { Write(thread, "E", time, json::object()); }
+    void End(std::int64_t time) { Add("E", time, json::object()); }
 
-    void AddRequest(std::uint32_t thread, const Request& request)
+    void Add(const Call& call)
+    {
+        const auto& [step, operation, start, text] = call.first;
+        if (!call.IsOne()) {
+            Add("i", start, {{"name", operation}, {"s", "t"}, {"args", {{"message", text}}}});
+        }
+        if (call.exported) {
+            Begin(start, "export " + std::string(operation));
+        }
+        std::ranges::for_each(call.requests, [this](const Request& request) { Add(request); });
+        if (call.exported) {
+            End(call.end);
+        }
+    }
+
+    void Add(const Request& request)
     {
         json args = {{"announcement", request.announcement}, {"busy_waits", request.waits}};
         if (request.result) {
             args["result"] = *request.result;
         }
-        Begin(thread, request.start, request.operation, args);
+        Begin(request.start, std::string(request.operation), args);
         if (request.waits > 0) {
-            Begin(thread, request.firstWait, "wait for the lock");
-            End(thread, request.WaitEnd());
+            Begin(request.firstWait, "wait for the lock");
+            End(request.WaitEnd());
         }
         if (request.returned) {
-            Begin(thread, request.waits > 0 ? request.WaitEnd() : request.start, "call");
-            End(thread, *request.returned);
+            Begin(request.waits > 0 ? request.WaitEnd() : request.start, "call");
+            End(*request.returned);
         }
-        End(thread, request.end);
+        End(request.end);
     }
 
     std::ostream& m_out;
     const std::uint32_t m_process;
+    std::uint32_t m_thread = 0; ///< whose events are being added
     std::int64_t m_start = 0;
-    std::set<std::uint32_t> m_named;
+    std::set<std::uint32_t> m_threads;
     const char* m_separator = "\n";
 };
 
@@ -490,24 +451,22 @@ void CheckIsNoTrace(const std::string& path)
     }
 }
 
-void WriteTimeline(const std::string& path, trace::Reader& reader)
+void WriteTimeline(const Source& source, std::uint32_t process)
 {
-    CheckIsNoTrace(path);
-    std::ofstream out(path);
-    Timeline timeline(out, reader.Process());
-    ShowCalls(reader, timeline);
-    timeline.Finish();
+    CheckIsNoTrace(options.chrome);
+    std::ofstream out(options.chrome);
+    Timeline(out, process).Write(source);
     out.close();
     if (!out) {
-        throw Failure(Cause::failed,
-                      path + ": cannot be written: " + std::generic_category().message(errno));
+        throw Failure(Cause::failed, options.chrome + ": cannot be written: " +
+                                         std::generic_category().message(errno));
     }
 }
 
-void Tell(const std::string& file, std::uint64_t count, const char* what)
+void Tell(std::uint64_t count, const char* what)
 {
     if (count > 0) {
-        std::cerr << "zavctl: " << file << ": " << count << what << '\n';
+        std::cerr << "zavctl: " << options.file << ": " << count << what << '\n';
     }
 }
 
@@ -517,21 +476,20 @@ try {
         throw Failure(Cause::usage, "--follow shows records: not with --stat or --chrome");
     }
     std::optional<trace::Reader> reader; // each view reads the store for itself
+    const Source next = [&reader] { return reader->Next(); };
     if (!options.chrome.empty()) {
-        WriteTimeline(options.chrome, reader.emplace(options.file));
+        WriteTimeline(next, reader.emplace(options.file).Process());
     }
     if (options.stat) {
-        Summaries summaries;
-        ShowCalls(reader.emplace(options.file), summaries);
-        summaries.Print();
+        reader.emplace(options.file);
+        ShowSummaries(next);
     } else if (options.chrome.empty() || asJson) {
-        ShowRecords(reader.emplace(options.file));
+        reader.emplace(options.file);
+        ShowRecords(next, [&reader] { return options.follow && reader->IsInUse(); });
     }
-    if (!std::cout.flush()) {
-        throw Failure(Cause::failed, "standard output: cannot be written");
-    }
-    Tell(options.file, reader->Dropped(), " records found no room");
-    Tell(options.file, reader->Overwritten(), " records gave way to newer ones");
+    PrintText("");
+    Tell(reader->Dropped(), " records found no room");
+    Tell(reader->Overwritten(), " records gave way to newer ones");
     if (reader->Damage()) {
         throw std::runtime_error("damaged: " + *reader->Damage());
     }

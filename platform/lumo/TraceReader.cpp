@@ -75,6 +75,7 @@ std::optional<Location> ParseLocation(Bytes payload)
         isSound = isSound && (size == kVariableSize || size <= sizeof(std::uint32_t));
         location.arguments.push_back({kind, size, std::string(parser.TakeText())});
     }
+    location.operation = Operation(location);
     return isSound && parser.IsAtEnd() ? std::optional(std::move(location)) : std::nullopt;
 }
 

@@ -42,6 +42,7 @@ struct Location
     std::string function; ///< its whole signature
     std::string message;  ///< as for printf
     std::vector<ArgumentType> arguments;
+    std::string operation = {}; ///< the plain name of the function, see Operation()
 };
 
 /** One firing of a log point. */
