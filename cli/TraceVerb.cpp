@@ -23,7 +23,6 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
-#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -221,18 +220,13 @@ public:
 private:
     Line Read(const Record& record)
     {
-        const trace::Location& location = *record.location;
-        const auto [step, isNew] = m_steps.try_emplace(&location);
-        if (isNew) {
-            step->second = StepOf(location.message);
-        }
         m_start = m_start.value_or(record.time);
-        return {step->second, location.operation, record.time, m_withTexts ? Message(record) : ""};
+        return {StepOf(record.location->message), record.location->operation, record.time,
+                m_withTexts ? Message(record) : ""};
     }
 
     Source m_next;
     bool m_withTexts;
-    std::unordered_map<const trace::Location*, Step> m_steps;
     std::map<std::uint32_t, Call> m_current; ///< of each thread
     std::optional<std::int64_t> m_start;
 };
