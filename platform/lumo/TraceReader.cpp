@@ -32,7 +32,7 @@ public:
     {
         m_failed = m_failed || size > m_rest.size();
         const Bytes taken = m_rest.first(m_failed ? 0 : size);
-        m_rest = m_rest.subspan(taken.size());
+        m_rest = m_failed ? Bytes() : m_rest.subspan(size);
         return taken;
     }
     template <typename Plain>
@@ -50,7 +50,6 @@ public:
     std::string_view TakeText() { return TakeText(Take<std::uint32_t>()); }
 
     std::size_t Left() const { return m_rest.size(); }
-    bool HasFailed() const { return m_failed; }
     /** Whether bytes and values match. */
     bool IsAtEnd() const { return !m_failed && m_rest.empty(); }
 
@@ -69,7 +68,7 @@ std::optional<Location> ParseLocation(Bytes payload)
     location.function = parser.TakeText();
     location.message = parser.TakeText();
     bool isSound = true;
-    for (auto count = parser.Take<std::uint16_t>(); count > 0 && !parser.HasFailed(); --count) {
+    for (auto count = parser.Take<std::uint16_t>(); count > 0 && parser.Left() > 0; --count) {
         const auto kind = parser.Take<std::uint8_t>();
         const auto size = parser.Take<std::uint16_t>();
         isSound = isSound && (size == kVariableSize || size <= sizeof(std::uint32_t));
@@ -118,31 +117,27 @@ bool Decode(const Location& location, Bytes payload, std::vector<Value>& values)
     return parser.IsAtEnd();
 }
 
-std::string RenderNumber(std::string_view conversion, std::int64_t number)
-{
-    const auto bits = static_cast<std::uint32_t>(number);
-    const char letter = conversion.back();
-    if (letter == 'p' && bits == 0) {
-        return "(nil)";
-    }
-    const bool isHex = letter == 'x' || letter == 'p';
-    char digits[16];
-    const auto end =
-        letter == 'd'
-            ? std::to_chars(std::begin(digits), std::end(digits), static_cast<std::int32_t>(bits))
-            : std::to_chars(std::begin(digits), std::end(digits), bits, isHex ? 16 : 10);
-    std::string text = letter == 'p' ? "0x" : conversion == "%02x" && bits < 16 ? "0" : "";
-    return text.append(digits, end.ptr);
-}
-
 /** Renders one argument by a conversion of printf that the log points use. */
 std::string Render(std::string_view conversion, const Value& value)
 {
-    if (const auto* number = std::get_if<std::int64_t>(&value)) {
-        return RenderNumber(conversion, *number);
+    const auto* number = std::get_if<std::int64_t>(&value);
+    if (number == nullptr) {
+        const auto* text = std::get_if<std::string_view>(&value);
+        return std::string(text ? *text : "(null)");
     }
-    const auto* text = std::get_if<std::string_view>(&value);
-    return std::string(text ? *text : "(null)");
+    const auto bits = static_cast<std::uint32_t>(*number);
+    char hex[8];
+    const std::string digits(hex, std::to_chars(hex, std::end(hex), bits, 16).ptr);
+    switch (conversion.back()) {
+    case 'd':
+        return std::to_string(static_cast<std::int32_t>(bits));
+    case 'p':
+        return bits == 0 ? "(nil)" : "0x" + digits;
+    case 'x':
+        return (conversion == "%02x" && bits < 16 ? "0" : "") + digits;
+    default:
+        return std::to_string(bits);
+    }
 }
 
 std::uint64_t EntryOffset(std::size_t chunk)
@@ -176,24 +171,16 @@ std::size_t Committed(const std::vector<unsigned char>& data)
 
 // ---- The file -----------------------------------------------------------------------------------
 
-// Not to be held up by a pipe that nobody writes to.
-Reader::File::File(const std::string& path)
-    : descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
+Reader::Reader(const std::string& path) : m_file(nullptr, std::fclose)
 {
+    // Not to be held up by a pipe that nobody writes to.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category());
     }
-}
-
-Reader::File::~File()
-{
-    close(descriptor);
-}
-
-Reader::Reader(const std::string& path) : m_file(path)
-{
+    m_file.reset(fdopen(descriptor, "r"));
     struct stat status = {};
-    if (fstat(m_file.descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
         Read(&m_header, sizeof m_header, 0) < sizeof m_header ||
         ((m_header.magic ^ kMagic) & kMagicOfAny) != 0) {
         throw std::runtime_error("this is no trace store");
@@ -210,18 +197,17 @@ Reader::Reader(const std::string& path) : m_file(path)
     m_laps.resize(static_cast<std::size_t>(
         std::min<std::uint64_t>(m_header.chunkCount, m_fileSize / sizeof(Chunk))));
     if (m_fileSize < m_wholeSize) {
-        CutOff(m_fileSize);
+        char next = 0;
+        Read(&next, 1, m_fileSize); // finds it cut off
     }
 }
-
-Reader::~Reader() = default;
 
 bool Reader::IsInUse() const
 {
     struct flock whole = {};
     whole.l_type = F_RDLCK;
     whole.l_whence = SEEK_SET;
-    return fcntl(m_file.descriptor, F_OFD_GETLK, &whole) == 0 && whole.l_type == F_WRLCK;
+    return fcntl(fileno(m_file.get()), F_OFD_GETLK, &whole) == 0 && whole.l_type == F_WRLCK;
 }
 
 std::uint64_t Reader::Dropped()
@@ -243,26 +229,16 @@ void Reader::Damaged(std::uint64_t offset, const std::string& what)
     }
 }
 
-void Reader::CutOff(std::uint64_t offset)
-{
-    Damaged(offset, "of " + std::to_string(m_wholeSize) + " the file is cut off");
-}
-
 /** @return how much there was: a file may shrink at any time */
 std::size_t Reader::Read(void* to, std::size_t size, std::uint64_t offset)
 {
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t count = pread(m_file.descriptor, static_cast<char*>(to) + done, size - done,
-                                    static_cast<off_t>(offset + done));
-        if (count < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category());
-        }
-        if (count == 0) {
-            CutOff(offset + done);
-            break;
-        }
-        done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    const ssize_t count = pread(fileno(m_file.get()), to, size, static_cast<off_t>(offset));
+    if (count < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    const auto done = static_cast<std::size_t>(count);
+    if (done < size) {
+        Damaged(offset + done, "of " + std::to_string(m_wholeSize) + " the file is cut off");
     }
     return done;
 }
@@ -353,27 +329,20 @@ std::optional<Reader::Raw> Reader::Take(Run& run)
 void Reader::ReadLocations(const std::vector<Chunk>& table)
 {
     for (std::uint32_t i = 0; i < table.size(); ++i) {
-        if (table[i].state == ChunkState::locations) {
-            Run& run = m_locationRuns.try_emplace(i, Run{i, table[i].lap, 0}).first->second;
-            for (bool isSame = Load(run); isSame;) {
-                const auto raw = Take(run);
-                if (!raw) {
-                    break;
-                }
-                AddLocation(*raw);
+        if (table[i].state != ChunkState::locations) {
+            continue;
+        }
+        Run& run = m_locationRuns.try_emplace(i, Run{i, table[i].lap, 0}).first->second;
+        const bool isSame = Load(run);
+        while (const auto raw = isSame ? Take(run) : std::nullopt) {
+            auto location = ParseLocation(raw->payload);
+            if (!location) {
+                Damaged(raw->offset, "a location is malformed");
+            } else if (const auto id = location->id;
+                       !m_locations.try_emplace(id, std::move(*location)).second) {
+                Damaged(raw->offset, "a location has the identifier of another one");
             }
         }
-    }
-}
-
-void Reader::AddLocation(const Raw& raw)
-{
-    auto location = ParseLocation(raw.payload);
-    if (!location) {
-        Damaged(raw.offset, "a location is malformed");
-    } else if (const auto id = location->id;
-               !m_locations.try_emplace(id, std::move(*location)).second) {
-        Damaged(raw.offset, "a location has the identifier of another one");
     }
 }
 
@@ -392,11 +361,6 @@ const Location* Reader::Find(std::uint32_t id)
 
 // ---- Records ------------------------------------------------------------------------------------
 
-bool Reader::IsLater(const Run& one, const Run& other)
-{
-    return std::tie(one.time, one.chunk) > std::tie(other.time, other.chunk);
-}
-
 void Reader::LookForRuns()
 {
     m_wasInUse = IsInUse();
@@ -405,14 +369,11 @@ void Reader::LookForRuns()
     for (std::uint32_t i = 0; i < table.size(); ++i) {
         if (HasRecords(table[i]) && m_laps[i] != table[i].lap) {
             m_laps[i] = table[i].lap;
-            m_pending.push_back(Run{i, table[i].lap, table[i].start});
+            m_waiting.push_back(Run{i, table[i].lap, table[i].start});
         }
     }
-    std::ranges::sort(m_pending, IsLater);
     for (Run& run : std::exchange(m_waiting, {})) {
-        if (Load(run)) {
-            Queue(std::move(run));
-        }
+        m_runs.emplace(std::pair(run.time, run.chunk), std::move(run));
     }
 }
 
@@ -440,40 +401,30 @@ bool Reader::Advance(Run& run)
     return false;
 }
 
-/** Puts a run that has been loaded where its next record is found when its turn has come. */
-void Reader::Queue(Run&& run)
-{
-    if (Advance(run)) {
-        m_queue.push_back(std::move(run));
-        std::ranges::push_heap(m_queue, IsLater);
-    } else if (run.isOpen) {
-        m_waiting.push_back(std::move(run));
-    }
-}
-
 const Record* Reader::Next()
 {
-    if (m_current) {
-        Queue(std::move(*m_current));
-        m_current.reset();
-    } else if (m_queue.empty() && m_pending.empty()) {
+    if (m_runs.empty()) {
         LookForRuns();
     }
-    while (!m_pending.empty() &&
-           (m_queue.empty() || m_pending.back().time <= m_queue.front().time)) {
-        Run run = std::move(m_pending.back());
-        m_pending.pop_back();
-        if (Load(run)) {
-            Queue(std::move(run));
+    while (!m_runs.empty()) {
+        if (Run& first = m_runs.begin()->second; std::exchange(first.isReady, false)) {
+            return &first.record;
+        }
+        auto node = m_runs.extract(m_runs.begin());
+        Run& run = node.mapped();
+        if (run.record.location == nullptr && !Load(run)) {
+            continue; // overwritten meanwhile
+        }
+        run.isReady = Advance(run);
+        if (run.isReady) {
+            node.key() = {run.time, run.chunk};
+            m_runs.insert(std::move(node));
+        } else if (run.isOpen) {
+            run.record = {};
+            m_waiting.push_back(std::move(run));
         }
     }
-    if (m_queue.empty()) {
-        return nullptr;
-    }
-    std::ranges::pop_heap(m_queue, IsLater);
-    m_current = std::move(m_queue.back());
-    m_queue.pop_back();
-    return &m_current->record;
+    return nullptr;
 }
 
 // ---- What a record says -------------------------------------------------------------------------
@@ -492,14 +443,13 @@ std::string Message(const Record& record)
     const std::vector<Value> values = Arguments(record);
     auto value = values.begin();
     std::string text;
-    std::string_view format = record.location->message;
-    while (!format.empty()) {
-        const std::string_view plain = format.substr(0, format.find('%'));
-        text += plain;
-        format.remove_prefix(plain.size());
-        const std::size_t end = format.find_first_of("%dpsux", 1);
+    const std::string_view format = record.location->message;
+    for (std::size_t at = 0; at < format.size();) {
+        const std::size_t start = std::min(format.find('%', at), format.size());
+        const std::size_t end = format.find_first_of("%dpsux", start + 1);
         const std::string_view conversion =
-            format.substr(0, end == std::string_view::npos ? end : end + 1);
+            format.substr(start, end == std::string_view::npos ? end : end - start + 1);
+        text += format.substr(at, start - at);
         if (conversion == "%%") {
             text += '%';
         } else if (value == values.end() || end == std::string_view::npos) {
@@ -507,7 +457,7 @@ std::string Message(const Record& record)
         } else {
             text += Render(conversion, *value++);
         }
-        format.remove_prefix(conversion.size());
+        at = start + conversion.size();
     }
     return text;
 }

@@ -11,13 +11,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -62,9 +65,6 @@ class Reader
 public:
     /** @throws std::runtime_error when there is no store to read; its text says why, not where */
     explicit Reader(const std::string& path);
-    ~Reader();
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
 
     /**
      * The records of all threads in the order of time; null when there are no more. A call after
@@ -84,15 +84,6 @@ public:
     const std::optional<std::string>& Damage() const { return m_damage; }
 
 private:
-    struct File
-    {
-        explicit File(const std::string& path);
-        ~File();
-        File(const File&) = delete;
-        File& operator=(const File&) = delete;
-
-        const int descriptor;
-    };
     /** A run, of records or of locations, and how far it has been read. */
     struct Run
     {
@@ -102,9 +93,10 @@ private:
         std::uint32_t thread = 0;
         std::uint64_t base = 0; ///< where `data` stands in the run
         std::vector<unsigned char> data = {};
-        std::size_t at = 0; ///< of the next record in `data`
-        bool isOpen = true; ///< more may be written into it
-        Record record = {};
+        std::size_t at = 0;   ///< of the next record in `data`
+        bool isOpen = true;   ///< more may be written into it
+        Record record = {};   ///< the next, once there is one
+        bool isReady = false; ///< it has not been returned yet
     };
     struct Raw
     {
@@ -112,23 +104,19 @@ private:
         lumo::format::RecordHeader header;
         Bytes payload;
     };
-    static bool IsLater(const Run& one, const Run& other);
 
     void Damaged(std::uint64_t offset, const std::string& what);
-    void CutOff(std::uint64_t offset);
     std::size_t Read(void* to, std::size_t size, std::uint64_t offset);
     std::vector<lumo::format::Chunk> ReadTable();
     bool Load(Run& run);
     std::uint64_t Offset(const Run& run) const;
     std::optional<Raw> Take(Run& run);
     void ReadLocations(const std::vector<lumo::format::Chunk>& table);
-    void AddLocation(const Raw& raw);
     const Location* Find(std::uint32_t id);
     void LookForRuns();
     bool Advance(Run& run);
-    void Queue(Run&& run);
 
-    const File m_file;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file;
     lumo::format::FileHeader m_header{};
     std::uint64_t m_wholeSize = 0; ///< of the file, as the header says
     std::uint64_t m_fileSize = 0;  ///< when it was opened
@@ -139,11 +127,10 @@ private:
     std::uint64_t m_unreadable = 0;    ///< records whose location found no room
     bool m_wasInUse = false;           ///< when runs were looked for
     std::vector<std::uint32_t> m_laps; ///< of each chunk: the run that was found last
-    std::vector<Run> m_pending;        ///< those that begin later, the next one last
-    std::vector<Run> m_queue;          ///< a heap of those with a record, the oldest first
     std::vector<Run> m_waiting;        ///< those that have been read to their end for now
-    std::optional<Run> m_current;      ///< whose record was returned
-    std::vector<Value> m_values;       ///< kept for its memory
+    /** By the time of their next record, or while that has not been read by their own; by chunk. */
+    std::map<std::pair<std::uint64_t, std::uint32_t>, Run> m_runs;
+    std::vector<Value> m_values; ///< kept for its memory
 };
 
 /**
