@@ -60,7 +60,7 @@ void Simulator::Apply(const Control& control)
 {
     const std::string& verb = control.verb;
     if (verb == "emit") {
-        Emit(control.name, control.body.get());
+        Emit(control.name, control.body);
     } else if (verb == "clear") {
         Clear();
     } else if (verb == "reset") {
@@ -80,7 +80,8 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
 {
     const std::string method = g_dbus_method_invocation_get_method_name(invocation);
     GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
-    calls.push_back({method, Print(args), g_dbus_method_invocation_get_sender(invocation)});
+    calls.push_back(Hold(g_variant_new("(sss)", method.c_str(), Print(args).c_str(),
+                                       g_dbus_method_invocation_get_sender(invocation))));
     if (calls.size() > maxCalls) {
         calls.pop_front();
         ++dropped;
@@ -123,6 +124,7 @@ void Simulator::Answer(OpenCall& call)
                                                          "as the simulator was told");
         line += "error " + error;
     } else {
+        // Signals go first: a caller that has its reply can rely on having them as well.
         const Variant body = given ? given : service.Answer(method, args);
         answer = g_dbus_message_new_method_reply(request);
         g_dbus_message_set_body(answer, body.get());
@@ -130,11 +132,6 @@ void Simulator::Answer(OpenCall& call)
     }
     if (call.fault.delay != 0) {
         line += " after " + std::to_string(call.fault.delay) + " ms";
-    }
-
-    // Signals go first: a caller that has its reply can rely on having them as well.
-    for (const Signal& signal : std::exchange(service.signals, {})) {
-        Emit(signal.name, signal.body.get());
     }
 
     // Told before it is done: a caller that has its reply can rely on the line.
@@ -149,11 +146,12 @@ void Simulator::Answer(OpenCall& call)
     open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
 
-void Simulator::Emit(const std::string& signal, GVariant* body)
+void Simulator::Emit(const std::string& signal, const Variant& body)
 {
     g_dbus_connection_emit_signal(connection, nullptr, servicePath,
-                                  org_kelmar_tv_zav_interface.name, signal.c_str(), body, nullptr);
-    Tell("signal " + signal + " " + Print(body));
+                                  org_kelmar_tv_zav_interface.name, signal.c_str(), body.get(),
+                                  nullptr);
+    Tell("signal " + signal + " " + Print(body.get()));
 }
 
 void Simulator::Clear()
@@ -170,7 +168,7 @@ void Simulator::Reset()
         call.fault = {0, {.verb = "fail", .error = "org.freedesktop.DBus.Error.Failed"}};
         Answer(call);
     }
-    service = {};
+    service = ZavService(service.emit);
     faults.clear();
     Clear();
 }
@@ -179,9 +177,8 @@ GVariant* Simulator::CallList() const
 {
     GVariantBuilder list;
     g_variant_builder_init(&list, G_VARIANT_TYPE("a(sss)"));
-    for (const Call& call : calls) {
-        g_variant_builder_add(&list, "(sss)", call.method.c_str(), call.arguments.c_str(),
-                              call.sender.c_str());
+    for (const Variant& call : calls) {
+        g_variant_builder_add_value(&list, call.get());
     }
     return g_variant_new("(a(sss)uu)", &list, static_cast<guint>(peak),
                          static_cast<guint>(dropped));

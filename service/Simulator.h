@@ -43,19 +43,12 @@ private:
         guint timer = 0;
     };
 
-    struct Call
-    {
-        std::string method;
-        std::string arguments;
-        std::string sender;
-    };
-
     /** What a test can want to look back on, in a service that may run for days. */
     static constexpr size_t maxCalls = 1000;
 
     void Receive(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);
-    void Emit(const std::string& signal, GVariant* body);
+    void Emit(const std::string& signal, const Variant& body);
     void Clear();
     void Reset();
     [[nodiscard]] GVariant* CallList() const;
@@ -64,10 +57,10 @@ private:
     GDBusConnection* connection;
     bool quiet;
     GMainLoop* loop;
-    ZavService service;
+    ZavService service{[this](auto& signal, auto& body) { Emit(signal, body); }};
     std::map<std::string, Fault> faults; // by method
-    std::deque<Call> calls;
-    size_t dropped = 0; // of the oldest calls
+    std::deque<Variant> calls;           // method, arguments, sender
+    size_t dropped = 0;                  // of the oldest calls
     std::list<OpenCall> open;
     size_t peak = 0;
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -33,16 +34,9 @@ constexpr size_t speakerRecordSize = 148;
 constexpr size_t connectTypeOffset = 34;
 constexpr int wooferLevelEvent = 1;
 
-template <class T>
-GVariant* NewArray(const char* type, std::span<const T> elements)
-{
-    return g_variant_new_fixed_array(G_VARIANT_TYPE(type), elements.data(), elements.size(),
-                                     sizeof(T));
-}
-
 GVariant* NewBytes(std::span<const guint8> bytes)
 {
-    return NewArray("y", bytes);
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
 }
 
 /** The elements of the array that is the first argument; they live as long as the arguments. */
@@ -72,11 +66,6 @@ bool Put(int& field, int value, Range range)
     return true;
 }
 
-void Emit(ZavService& service, const char* signal, GVariant* body)
-{
-    service.signals.push_back({signal, Hold(body)});
-}
-
 using Handler = std::function<GVariant*(ZavService&, GVariant*)>;
 
 Handler Get(const char* reply, int ZavService::*field)
@@ -93,8 +82,11 @@ Handler Set(int ZavService::*field, Range range)
 
 GVariant* GetEqualizerLevel(ZavService& service, GVariant* /*args*/)
 {
-    return g_variant_new("(@aii)", NewArray<gint32>("i", service.equalizer),
-                         static_cast<int>(service.equalizer.size()));
+    const auto& levels = service.equalizer;
+    return g_variant_new("(@aii)",
+                         g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, levels.data(),
+                                                   levels.size(), sizeof levels[0]),
+                         static_cast<int>(levels.size()));
 }
 
 GVariant* SetEqualizerLevel(ZavService& service, GVariant* args)
@@ -120,8 +112,8 @@ GVariant* InitSpeakerManager(ZavService& service, GVariant* args)
     if (mode >= firstManagerMode) {
         Put(service.mode, mode - firstManagerMode, modes);
     }
-    Emit(service, service.soundBarConnected ? "InvokeSignalHandler" : "DisconnectSignalHandler",
-         g_variant_new("()"));
+    service.emit(service.soundBarConnected ? "InvokeSignalHandler" : "DisconnectSignalHandler",
+                 Hold(g_variant_new("()")));
     return g_variant_new("()");
 }
 
@@ -129,9 +121,9 @@ GVariant* GetScl(ZavService& service, GVariant* /*args*/)
 {
     std::vector<guint8> records(service.speakers.size() * speakerRecordSize);
     auto record = records.begin();
-    for (const Speaker& speaker : service.speakers) {
-        std::copy_n(speaker.name.begin(), std::min(speaker.name.size(), connectTypeOffset), record);
-        std::memcpy(&record[connectTypeOffset], &speaker.connectType, sizeof speaker.connectType);
+    for (const auto& [name, connectType] : service.speakers) {
+        std::copy_n(name.begin(), std::min(name.size(), connectTypeOffset), record);
+        std::memcpy(&record[connectTypeOffset], &connectType, sizeof connectType);
         record += speakerRecordSize;
     }
     return g_variant_new("(@ay)", NewBytes(records));
@@ -150,8 +142,8 @@ GVariant* GetCapability(ZavService& service, GVariant* args)
 
 void EmitTunnelData(ZavService& service, std::span<const guint8> data, int id)
 {
-    Emit(service, "receiveExternalDataViaCommonTunnel",
-         g_variant_new("(@ayii)", NewBytes(data), static_cast<int>(data.size()), id));
+    service.emit("receiveExternalDataViaCommonTunnel",
+                 Hold(g_variant_new("(@ayii)", NewBytes(data), static_cast<int>(data.size()), id)));
 }
 
 GVariant* SendTunnelData(ZavService& service, GVariant* args)
@@ -173,8 +165,8 @@ GVariant* ReceiveSpdifData(ZavService& service, GVariant* args)
     const auto data = FirstArray<guint8>(args);
     const bool accepted = data.size() <= ZAV_MAX_SPDIF_DATA;
     if (accepted) {
-        Emit(service, "sendDataViaSpdif",
-             g_variant_new("(@ayi)", NewBytes(data), static_cast<int>(data.size())));
+        service.emit("sendDataViaSpdif",
+                     Hold(g_variant_new("(@ayi)", NewBytes(data), static_cast<int>(data.size()))));
     }
     return g_variant_new("(b)", accepted);
 }
@@ -211,7 +203,7 @@ const std::map<std::string, Handler> handlers = {
 
 } // namespace
 
-ZavService::ZavService()
+ZavService::ZavService(Emit onSignal) : emit(std::move(onSignal))
 {
     for (auto* const* method = org_kelmar_tv_zav_interface.methods; *method != nullptr; ++method) {
         if (!handlers.contains((*method)->name)) {
@@ -228,14 +220,13 @@ Variant ZavService::Answer(const std::string& method, GVariant* args)
 
     // A change is announced in one place, whichever method brought it.
     if (mode != modeBefore) {
-        Emit(*this, "SetCbSoundModeChange", g_variant_new("(i)", mode));
+        emit("SetCbSoundModeChange", Hold(g_variant_new("(i)", mode)));
     }
     if (wooferLevel != wooferLevelBefore) {
-        std::array<guint8, sizeof wooferLevel> level{};
-        std::memcpy(level.data(), &wooferLevel, level.size());
-        Emit(*this, "notifyZAVCsharpCallback",
-             g_variant_new("(i@ayi)", wooferLevelEvent, NewBytes(level),
-                           static_cast<int>(level.size())));
+        const auto level = std::bit_cast<std::array<guint8, sizeof wooferLevel>>(wooferLevel);
+        emit("notifyZAVCsharpCallback",
+             Hold(g_variant_new("(i@ayi)", wooferLevelEvent, NewBytes(level),
+                                static_cast<int>(level.size()))));
     }
     return reply;
 }

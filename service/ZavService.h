@@ -5,36 +5,31 @@
 
 #include "Variant.h"
 
+#include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
-
-struct Signal
-{
-    std::string name;
-    Variant body;
-};
-
-struct Speaker
-{
-    std::string name;
-    gint32 connectType;
-};
 
 /** What the methods do and which signals they cause is told in org.kelmar.tv.zav.xml. */
 struct ZavService
 {
-    /** @throw std::runtime_error when a method of the interface has no answer */
-    ZavService();
+    using Emit = std::function<void(const std::string& signal, const Variant& body)>;
 
     /**
-     * Carries out a method of the interface.
+     * @param onSignal sends a signal
+     * @throw std::runtime_error when a method of the interface has no answer
+     */
+    explicit ZavService(Emit onSignal);
+
+    /**
+     * Carries out a method of the interface, and sends the signals that it causes.
      * @param args of the method's types
-     * @return the reply's body; what is to be emitted is added to `signals`
+     * @return the reply's body
      */
     Variant Answer(const std::string& method, GVariant* args);
 
-    std::vector<Signal> signals;
+    Emit emit;
 
     // Truth values are int as well, so that one getter serves replies of "b" and of "i".
     int soundBarConnected = 1;
@@ -52,7 +47,10 @@ struct ZavService
     int modeMask = 0x1fff; // every mode that has a name to show
     std::vector<gint32> equalizer = std::vector<gint32>(7);
     std::set<int> capableDevices;
-    std::vector<Speaker> speakers = {{"Front left", 1}, {"Front right", 1}, {"Rear", 2}};
+    std::vector<std::pair<std::string, gint32>> speakers = { // name, connection type
+        {"Front left", 1},
+        {"Front right", 1},
+        {"Rear", 2}};
 };
 
 #endif
