@@ -33,6 +33,11 @@ std::string Text(const json& cell)
     return cell.is_null() ? "-" : cell.is_boolean() ? (cell ? "yes" : "no") : cell.dump();
 }
 
+size_t Width(const std::string& text)
+{
+    return static_cast<size_t>(g_utf8_strlen(text.c_str(), -1));
+}
+
 std::string Coloured(const std::string& text)
 {
     static const std::map<std::string, const char*> colours = {
@@ -40,11 +45,6 @@ std::string Coloured(const std::string& text)
     const char* none = std::getenv("NO_COLOR");
     const bool wanted = OnTerminal() && (none == nullptr || *none == '\0');
     return wanted && colours.contains(text) ? colours.at(text) + text + "\033[0m" : text;
-}
-
-size_t Width(const std::string& text)
-{
-    return static_cast<size_t>(g_utf8_strlen(text.c_str(), -1));
 }
 
 } // namespace
@@ -103,7 +103,7 @@ std::vector<Row> Table(const json& list)
     return rows;
 }
 
-void PrintRows(const std::vector<Row>& rows)
+std::string Lines(const std::vector<Row>& rows, bool aligned)
 {
     std::vector<size_t> widths;
     for (const Row& row : rows) {
@@ -118,12 +118,12 @@ void PrintRows(const std::vector<Row>& rows)
             const std::string text = Text(row[i]);
             lines += i == 0 ? Coloured(text) : text;
             if (i + 1 < row.size()) {
-                lines.append(OnTerminal() ? widths[i] - Width(text) + 2 : 1, ' ');
+                lines.append(aligned ? widths[i] - Width(text) + 2 : 1, ' ');
             }
         }
         lines += '\n';
     }
-    PrintText(lines);
+    return lines;
 }
 
 void Print(const json& data, const std::vector<Row>& rows)
@@ -131,7 +131,7 @@ void Print(const json& data, const std::vector<Row>& rows)
     if (asJson) {
         PrintJson(data);
     } else {
-        PrintRows(rows);
+        PrintText(Lines(rows, OnTerminal()));
     }
 }
 

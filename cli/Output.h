@@ -40,13 +40,10 @@ std::string Dump(const json& data);
 /** A line of JSON. @throws Failure when it cannot be written, as with all that follow */
 void PrintJson(const json& data);
 
-/**
- * Lines of words. On a terminal the columns stand below each other, and how a check went has a
- * colour.
- */
-void PrintRows(const std::vector<Row>& rows);
+/** Lines of words, perhaps with the columns below each other. How a check went has a colour. */
+std::string Lines(const std::vector<Row>& rows, bool aligned);
 
-/** One of the two. */
+/** JSON or a table, which is aligned on a terminal. @throws Failure as PrintJson() */
 void Print(const json& data, const std::vector<Row>& rows);
 
 /** What was found out, and then what failed, if anything did. */

@@ -187,14 +187,12 @@ Variant AskBus(const char* method, GVariant* arguments)
     return CallBus(kBusService, "/org/freedesktop/DBus", kBusService, method, arguments);
 }
 
-void Touch()
-{
-    try {
-        CallBus(kService, kPath, kService, "IsZAVReady");
-    } catch (const Failure& failure) {
-        if (failure.cause != Cause::refused) { // which is an answer, too
-            throw;
-        }
+void Touch(const char* interface, const char* method, GVariant* arguments)
+try {
+    CallBus(kService, kPath, interface, method, arguments);
+} catch (const Failure& failure) {
+    if (failure.cause != Cause::refused) {
+        throw;
     }
 }
 

@@ -78,8 +78,12 @@ Variant CallBus(const char* service, const char* path, const char* interface, co
 /** Asks the bus itself; about the service unless there are other arguments. @throws Failure */
 Variant AskBus(const char* method, GVariant* arguments = g_variant_new("(s)", kService));
 
-/** A harmless call of the service's interface, by which access is proved. @throws Failure */
-void Touch();
+/**
+ * A call of the service that has to be answered, if only by an error: by default a harmless one of
+ * its interface, by which access is proved. @throws Failure
+ */
+void Touch(const char* interface = kService, const char* method = "IsZAVReady",
+           GVariant* arguments = nullptr);
 
 } // namespace cli
 

@@ -8,9 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <iomanip>
 #include <optional>
-#include <sstream>
 #include <string_view>
 
 namespace cli
@@ -255,16 +253,14 @@ std::vector<std::string> ModeNames()
     return names;
 }
 
-std::string ScalarHelp()
+std::vector<Row> ScalarTable()
 {
-    std::ostringstream help;
-    help << "Values (r: can be read, w: can be set):\n";
-    for (const Scalar& scalar : scalars) {
-        help << "  " << std::left << std::setw(21) << scalar.name
-             << (scalar.get != nullptr ? 'r' : '-') << (scalar.set != nullptr ? 'w' : '-') << "  "
-             << scalar.help << '\n';
+    std::vector<Row> rows;
+    for (const auto& [name, help, get, set] : scalars) {
+        const std::string access{get != nullptr ? 'r' : '-', set != nullptr ? 'w' : '-'};
+        rows.push_back({"", name, access, help});
     }
-    return help.str();
+    return rows;
 }
 
 } // namespace cli

@@ -3,7 +3,7 @@
 #ifndef CLI_SCALARS_H
 #define CLI_SCALARS_H
 
-#include "Failure.h"
+#include "Output.h"
 
 #include <string>
 #include <vector>
@@ -21,8 +21,8 @@ int ParseMode(const std::string& text);
 std::vector<std::string> ScalarNames(bool toSet);
 std::vector<std::string> ModeNames();
 
-/** The table of the values, for --help. */
-std::string ScalarHelp();
+/** The values and how they can be accessed, for --help. */
+std::vector<Row> ScalarTable();
 
 } // namespace cli
 

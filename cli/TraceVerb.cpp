@@ -342,7 +342,7 @@ void ShowSummaries(const Source& source)
         }
     }
     if (!asJson) {
-        PrintRows(table);
+        Print({}, table);
     }
 }
 

@@ -6,9 +6,7 @@
 #include "Scalars.h"
 #include "Verbs.h"
 
-#include <iomanip>
 #include <map>
-#include <sstream>
 #include <string_view>
 
 namespace cli
@@ -64,15 +62,14 @@ void Complete(CLI::App& app, int argc, char** argv)
                      {"SHELL", shells}});
 }
 
-std::string ExitCodes()
+std::string Footer()
 {
-    std::ostringstream text;
-    text << "Exit codes, and the cause that --json tells; 0 is done:\n";
+    std::vector<Row> causes;
     for (const CauseRow& row : kCauses) {
-        text << "  " << row.exitCode << "  " << std::left << std::setw(13) << row.key << row.meaning
-             << '\n';
+        causes.push_back({"", row.exitCode, row.key, row.meaning});
     }
-    return text.str();
+    return "Values (r: can be read, w: can be set):\n" + Lines(ScalarTable(), true) +
+           "\nExit codes, and the cause that --json tells; 0 is done:\n" + Lines(causes, true);
 }
 
 void Define(CLI::App& app, const Verb& row, Action& chosen)
@@ -104,7 +101,7 @@ void DefineAll(CLI::App& app, Action& chosen)
             Define(app, verb, chosen);
         }
     }
-    app.footer(ScalarHelp() + '\n' + ExitCodes()); // after the verbs, which would inherit it
+    app.footer(Footer()); // after the verbs, which would inherit it
 }
 
 void Main(int argc, char** argv)
