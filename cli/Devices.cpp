@@ -2,7 +2,6 @@
 //
 // The verbs for equalizer, speakers, external devices and the speaker manager.
 #include "Request.h"
-#include "Scalars.h"
 #include "Verbs.h"
 #include "ZAVServiceAPI.h"
 #include "ZAVServiceBridgeAPI.h"

@@ -39,19 +39,16 @@ std::string AskAboutService(const char* method)
     return std::to_string(number);
 }
 
-std::string RemedyFor(Cause cause)
+std::string RemedyFor(const Cause& cause)
 {
-    switch (cause) {
-    case Cause::noBus:
+    if (cause == Cause::noBus) {
         return std::getenv("DBUS_SYSTEM_BUS_ADDRESS") == nullptr ? "systemctl start dbus"
                                                                  : "unset DBUS_SYSTEM_BUS_ADDRESS";
-    case Cause::notRunning:
-        return "zav-sim &";
-    case Cause::noAnswer: // whatever started it does so again
-        return "kill " + AskAboutService("GetConnectionUnixProcessID") + " && zavctl wait --ready";
-    default:
-        return kInstall;
     }
+    if (cause == Cause::noAnswer) { // whatever started it does so again
+        return "kill " + AskAboutService("GetConnectionUnixProcessID") + " && zavctl wait --ready";
+    }
+    return cause == Cause::notRunning ? "zav-sim &" : kInstall;
 }
 
 Finding CheckBus()

@@ -151,9 +151,9 @@ void Report(const Failure& failure)
     std::cerr << "zavctl: " << Printable(failure.what()) << std::endl;
     if (asJson) {
         json data = failure.data;
-        data["error"] = {{"cause", failure.Row().key},
+        data["error"] = {{"cause", failure.cause.key},
                          {"message", failure.what()},
-                         {"exit", failure.ExitCode()}};
+                         {"exit", failure.cause.exitCode}};
         try {
             PrintJson(data);
         } catch (const Failure&) { // told already, or the lesser of two

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "Scalars.h"
-
 #include "Request.h"
 #include "Verbs.h"
 #include "ZAVServiceAPI.h"

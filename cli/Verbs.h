@@ -38,6 +38,19 @@ extern const Verbs doctorVerbs;   ///< doctor
 extern const Verbs simVerbs;      ///< sim
 extern const Verbs traceVerbs;    ///< trace
 
+/** Its number and its name, "" for a mode without one. */
+json DescribeMode(int mode);
+
+/** A mode by its number or, in any case, by its name. @throws Failure */
+int ParseMode(const std::string& text);
+
+/** The names for `set`, or for `get`, and those of the modes. */
+std::vector<std::string> ScalarNames(bool toSet);
+std::vector<std::string> ModeNames();
+
+/** The values and how they can be accessed, for --help. */
+std::vector<Row> ScalarTable();
+
 /** A whole number, also as 0x3. @throws Failure */
 int ParseNumber(const std::string& text, int least = INT_MIN, int most = INT_MAX);
 

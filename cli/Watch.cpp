@@ -2,7 +2,6 @@
 //
 // The verbs that wait: for the service, and for its events.
 #include "Request.h"
-#include "Scalars.h"
 #include "Verbs.h"
 #include "ZAVServiceAPI.h"
 
@@ -191,18 +190,16 @@ bool IsRunning()
 
 /** Whether the service answers, now, that it is ready. */
 bool IsReady()
-{
-    try {
-        return Request(Api::IsZAVReady) > 0;
-    } catch (const Failure& failure) {
-        if (abandoned) { // within what was left of the time
-            throw Failure(Cause::noAnswer, "ZAVService did not answer in time");
-        }
-        if (failure.cause == Cause::noBus || failure.cause == Cause::denied) {
-            throw;
-        }
-        return false;
+try {
+    return Request(Api::IsZAVReady) > 0;
+} catch (const Failure& failure) {
+    if (abandoned) { // within what was left of the time
+        throw Failure(Cause::noAnswer, "ZAVService did not answer in time");
     }
+    if (failure.cause == Cause::noBus || failure.cause == Cause::denied) {
+        throw;
+    }
+    return false;
 }
 
 Action WaitForService(CLI::App& verb)

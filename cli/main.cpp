@@ -3,7 +3,6 @@
 #include "Await.h"
 #include "Completion.h"
 #include "Request.h"
-#include "Scalars.h"
 #include "Verbs.h"
 
 #include <map>
@@ -47,26 +46,11 @@ const Verbs otherVerbs = {
     {"help", "Describe a verb", Help},
 };
 
-/** What may come after which kind of option or argument. */
-void Complete(CLI::App& app, int argc, char** argv)
-{
-    const Words shells = {"bash", "zsh", "fish"};
-    const bool setsMode = std::string_view(argv[argc - 2]) == "mode";
-    PrintCandidates(app, argc, argv,
-                    {{"METHOD", Methods()},
-                     {"SIGNAL", Signals()},
-                     {"MODE", ModeNames()},
-                     {"READABLE", ScalarNames(false)},
-                     {"SETTABLE", ScalarNames(true)},
-                     {"SETTING", setsMode ? ModeNames() : Words()},
-                     {"SHELL", shells}});
-}
-
 std::string Footer()
 {
     std::vector<Row> causes;
-    for (const CauseRow& row : kCauses) {
-        causes.push_back({"", row.exitCode, row.key, row.meaning});
+    for (const Cause& cause : kCauses) {
+        causes.push_back({"", cause.exitCode, cause.key, cause.meaning});
     }
     return "Values (r: can be read, w: can be set):\n" + Lines(ScalarTable(), true) +
            "\nExit codes, and the cause that --json tells; 0 is done:\n" + Lines(causes, true);
@@ -110,8 +94,16 @@ void Main(int argc, char** argv)
                  "zavctl");
     Action chosen;
     DefineAll(app, chosen);
-    if (AsksForCandidates(argc, argv)) {
-        return Complete(app, argc, argv);
+    const bool isOfMode = argc > 2 && std::string_view(argv[argc - 2]) == "mode";
+    if (PrintCandidates(app, argc, argv,
+                        {{"METHOD", Methods()},
+                         {"SIGNAL", Signals()},
+                         {"MODE", ModeNames()},
+                         {"READABLE", ScalarNames(false)},
+                         {"SETTABLE", ScalarNames(true)},
+                         {"SETTING", isOfMode ? ModeNames() : Words()},
+                         {"SHELL", {"bash", "zsh", "fish"}}})) {
+        return;
     }
     try {
         app.parse(argc, argv);
@@ -143,7 +135,7 @@ int main(int argc, char** argv)
         cli::asJson =
             std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
         cli::Report(failure);
-        code = failure.ExitCode();
+        code = failure.cause.exitCode;
     }
     if (cli::abandoned) {
         std::_Exit(code);

@@ -107,13 +107,11 @@ Words Signals()
     return Names(org_kelmar_tv_zav_interface.signals);
 }
 
-bool AsksForCandidates(int argc, char** argv)
+bool PrintCandidates(CLI::App& app, int argc, char** argv, const Values& values)
 {
-    return argc > 2 && std::string_view(argv[1]) == "--complete";
-}
-
-void PrintCandidates(CLI::App& app, int argc, char** argv, const Values& values)
-{
+    if (argc < 3 || std::string_view(argv[1]) != "--complete") {
+        return false;
+    }
     Words before(argv + 2, argv + argc - 1);
     std::erase(before, "="); // by which bash separates words, too
     const std::string last = argv[argc - 1];
@@ -122,4 +120,5 @@ void PrintCandidates(CLI::App& app, int argc, char** argv, const Values& values)
             std::cout << word << '\n';
         }
     }
+    return true;
 }

@@ -20,16 +20,15 @@ using Words = std::vector<std::string>;
 Words Methods();
 Words Signals();
 
-/** Whether a command line asks what may come next, and not for something to be done. */
-bool AsksForCandidates(int argc, char** argv);
-
 /**
- * Prints what may be the last word of such a command line, one a line; ":file" for file names.
+ * Prints what may be the last word of a command line that begins with `--complete`, one a line;
+ * ":file" for file names.
  * @param app    parses the words before, without its callbacks
  * @param values what an option or argument may be, by the beginning of its type's name: "METHOD=MS"
  *               has those of METHOD, each with "=" behind it
+ * @return whether it is such a command line
  */
-void PrintCandidates(CLI::App& app, int argc, char** argv,
+bool PrintCandidates(CLI::App& app, int argc, char** argv,
                      const std::map<std::string, Words>& values);
 
 #endif

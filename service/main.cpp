@@ -171,8 +171,7 @@ try {
                  "zav-sim");
     Options options;
     Define(app, options);
-    if (AsksForCandidates(argc, argv)) {
-        PrintCandidates(app, argc, argv, {{"METHOD", Methods()}});
+    if (PrintCandidates(app, argc, argv, {{"METHOD", Methods()}})) {
         return EXIT_SUCCESS;
     }
     try {
