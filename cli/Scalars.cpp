@@ -63,41 +63,52 @@ constexpr struct Mode
 #include "Modes.inc"
 };
 
-std::string Listed(const std::vector<std::string>& names)
+template <class Rows>
+std::string Names(const Rows& rows)
 {
     std::string text;
-    for (const std::string& name : names) {
-        text += (text.empty() ? "" : ", ") + name;
+    for (const auto& row : rows) {
+        text += (text.empty() ? "" : ", ") + std::string(row.name);
     }
     return text;
 }
 
-const Scalar& Find(const std::string& name, bool toSet)
+std::vector<Scalar> Accessible(bool toSet)
 {
-    const auto names = ScalarNames(toSet);
-    if (std::ranges::find(names, name) == names.end()) {
-        throw Failure(Cause::usage, "'" + name + "' cannot be " + (toSet ? "set" : "read") +
-                                        "; these can: " + Listed(names));
-    }
-    return *std::ranges::find(scalars, name, &Scalar::name);
+    std::vector<Scalar> rows;
+    std::ranges::copy_if(scalars, std::back_inserter(rows), [toSet](const Scalar& scalar) {
+        return toSet ? scalar.set != nullptr : scalar.get != nullptr;
+    });
+    return rows;
 }
 
-json Describe(const std::string& name, const json& value)
+Scalar Find(const std::string& name, bool toSet)
+{
+    const auto rows = Accessible(toSet);
+    const auto found = std::ranges::find(rows, name, &Scalar::name);
+    if (found == rows.end()) {
+        throw Failure(Cause::usage, "'" + name + "' cannot be " + (toSet ? "set" : "read") +
+                                        "; these can: " + Names(rows));
+    }
+    return *found;
+}
+
+json Describe(std::string_view name, const json& value)
 {
     return name == "mode" ? DescribeMode(value) : json{{name, value}};
 }
 
-json Ask(const std::string& name)
+json Ask(const Scalar& scalar)
 {
-    return Describe(name, Request(Find(name, false).get));
+    return Describe(scalar.name, Request(scalar.get));
 }
 
 Action Get(CLI::App& verb)
 {
     static std::string name;
-    verb.add_option("NAME", name, "Which value")->required()->type_name("READABLE");
+    verb.add_option("NAME", name, "Which value")->required();
     return [] {
-        const json data = Ask(name);
+        const json data = Ask(Find(name, false));
         Print(data, {Values(data)});
     };
 }
@@ -106,10 +117,10 @@ Action Set(CLI::App& verb)
 {
     static std::string name;
     static std::string text;
-    verb.add_option("NAME", name, "Which value")->required()->type_name("SETTABLE");
-    verb.add_option("VALUE", text, "What to")->required()->type_name("SETTING");
+    verb.add_option("NAME", name, "Which value")->required();
+    verb.add_option("VALUE", text, "What to")->required();
     return [] {
-        const Scalar& scalar = Find(name, true);
+        const Scalar scalar = Find(name, true);
         const int value = name == "mode" ? ParseMode(text) : ParseNumber(text);
         const int result = Request([set = scalar.set, value] { return set(value); });
         if (result < 0) {
@@ -128,21 +139,21 @@ Action Status(CLI::App& /*verb*/)
         json data;
         std::vector<Row> rows;
         std::optional<Failure> failure; // of a value; the others are shown none the less
-        for (const std::string& name : ScalarNames(false)) {
+        for (const Scalar& scalar : Accessible(false)) {
             // Only a value that was refused or late by itself says nothing of the next.
             if (abandoned || (failure && failure->cause != Cause::refused &&
                               failure->cause != Cause::noAnswer)) {
                 break;
             }
-            json found = {{name, nullptr}};
+            json found = {{scalar.name, nullptr}};
             try {
-                found = Ask(name);
+                found = Ask(scalar);
             } catch (const Failure& thrown) {
                 failure = thrown;
             }
             data.update(found);
             rows.push_back(Values(found));
-            rows.back().insert(rows.back().begin(), name);
+            rows.back().insert(rows.back().begin(), scalar.name);
         }
         PrintOrThrow(data, rows, failure);
     };
@@ -225,30 +236,10 @@ int ParseMode(const std::string& text)
                            [](char c) { return c == '-' ? '_' : g_ascii_toupper(c); });
     const auto* found = std::ranges::find(modes, name, &Mode::name);
     if (found == std::end(modes) && !WholeNumber()(text).empty()) {
-        throw Failure(Cause::usage, "there is no mode '" + text + "'; it is a number, or one of " +
-                                        Listed(ModeNames()));
+        throw Failure(Cause::usage,
+                      "there is no mode '" + text + "'; it is a number, or one of " + Names(modes));
     }
     return found == std::end(modes) ? ParseNumber(text) : found->mode;
-}
-
-std::vector<std::string> ScalarNames(bool toSet)
-{
-    std::vector<std::string> names;
-    for (const Scalar& scalar : scalars) {
-        if (toSet ? scalar.set != nullptr : scalar.get != nullptr) {
-            names.emplace_back(scalar.name);
-        }
-    }
-    return names;
-}
-
-std::vector<std::string> ModeNames()
-{
-    std::vector<std::string> names;
-    for (const Mode& row : modes) {
-        names.emplace_back(row.name);
-    }
-    return names;
 }
 
 std::vector<Row> ScalarTable()

@@ -44,10 +44,6 @@ json DescribeMode(int mode);
 /** A mode by its number or, in any case, by its name. @throws Failure */
 int ParseMode(const std::string& text);
 
-/** The names for `set`, or for `get`, and those of the modes. */
-std::vector<std::string> ScalarNames(bool toSet);
-std::vector<std::string> ModeNames();
-
 /** The values and how they can be accessed, for --help. */
 std::vector<Row> ScalarTable();
 

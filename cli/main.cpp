@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 /** @file main.cpp zavctl: the library's operations for people and scripts. */
 #include "Await.h"
-#include "Completion.h"
 #include "Request.h"
 #include "Verbs.h"
 
@@ -21,7 +20,7 @@ const std::map<std::string, const char*> completionScripts = {
 Action Completion(CLI::App& verb)
 {
     static std::string shell;
-    verb.add_option("SHELL", shell, "bash, zsh or fish")->required()->type_name("SHELL");
+    verb.add_option("SHELL", shell, "bash, zsh or fish")->required();
     return [] {
         const auto script = completionScripts.find(shell);
         if (script == completionScripts.end()) {
@@ -33,11 +32,11 @@ Action Completion(CLI::App& verb)
 
 Action Help(CLI::App& verb)
 {
-    static Words words;
+    static std::vector<std::string> words;
     verb.add_option("VERB", words, "Which; all without one");
     return [app = verb.get_parent()] {
         words.emplace_back("--help");
-        app->parse(Words(words.rbegin(), words.rend()));
+        app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
     };
 }
 
@@ -94,22 +93,11 @@ void Main(int argc, char** argv)
                  "zavctl");
     Action chosen;
     DefineAll(app, chosen);
-    const bool isOfMode = argc > 2 && std::string_view(argv[argc - 2]) == "mode";
-    if (PrintCandidates(app, argc, argv,
-                        {{"METHOD", Methods()},
-                         {"SIGNAL", Signals()},
-                         {"MODE", ModeNames()},
-                         {"READABLE", ScalarNames(false)},
-                         {"SETTABLE", ScalarNames(true)},
-                         {"SETTING", isOfMode ? ModeNames() : Words()},
-                         {"SHELL", {"bash", "zsh", "fish"}}})) {
-        return;
-    }
     try {
         app.parse(argc, argv);
         chosen();
     } catch (const CLI::ParseError& outcome) { // --help among them
-        if (const Words unknown = app.remaining(true); !unknown.empty()) {
+        if (const auto unknown = app.remaining(true); !unknown.empty()) {
             throw Failure(Cause::usage, "'" + unknown[0] + "' is not expected here");
         }
         if (outcome.get_exit_code() != 0) {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 /** @file main.cpp zav-sim: a ZAVService without a television, which also misbehaves on command. */
-#include "Completion.h"
 #include "Scenario.h"
 #include "Simulator.h"
 
@@ -171,9 +170,6 @@ try {
                  "zav-sim");
     Options options;
     Define(app, options);
-    if (PrintCandidates(app, argc, argv, {{"METHOD", Methods()}})) {
-        return EXIT_SUCCESS;
-    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& outcome) { // --help among them
