@@ -102,8 +102,7 @@ Action Speakers(CLI::App& /*verb*/)
             const auto* text = reinterpret_cast<const char*>(speaker.opaque1);
             list.push_back({{"connect-type", int{speaker.m_Connecttype}},
                             {"text", std::string(text, strnlen(text, sizeof speaker.opaque1))}});
-            rows.push_back(Values(list.back()));
-            rows.back().insert(rows.back().begin(), list.size());
+            rows.push_back(Values(list.back(), {list.size()}));
         }
         Print({{"speakers", list}}, rows);
     };
@@ -122,33 +121,26 @@ void RequestAcceptance(Call call)
     }
 }
 
-using Device = commonTunnel_external_id_e;
-
-int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT; // of each verb for an external device
-
-Device ExternalDevice()
-{
-    return Device{id};
-}
+commonTunnel_external_id_e id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT; // of each verb for a device
 
 void DeviceOption(CLI::App& verb)
 {
-    verb.add_option("--id", id, "The external device")->capture_default_str();
+    verb.add_option("--id", id, "The external device")->type_name("INT")->capture_default_str();
 }
 
 Action TunnelCapability(CLI::App& verb)
 {
     static bool set = false;
-    verb.add_option("ID", id, "The external device")->required();
+    verb.add_option("ID", id, "The external device")->type_name("INT")->required();
     verb.add_flag("--set", set, "Give the capability");
     return [] {
         if (set) {
-            RequestAcceptance([] { Api::SetCapabilityCommonTunnelExternal(ExternalDevice()); });
+            RequestAcceptance([] { Api::SetCapabilityCommonTunnelExternal(id); });
             return Print({{"id", id}, {"capability", 1}}, {});
         }
         const int capability = Request([] {
             int read = 0;
-            Api::GetCapabilityCommonTunnelExternal(ExternalDevice(), &read);
+            Api::GetCapabilityCommonTunnelExternal(id, &read);
             return read;
         });
         Print({{"id", id}, {"capability", capability}}, {{"capability", capability}});
@@ -170,7 +162,7 @@ Action TunnelSend(CLI::App& verb)
     DeviceOption(verb);
     return [] {
         // The id goes with a registration, which has to have user data.
-        Api::SetDataReceivedFromCommonTunnelExternalcb(ExternalDevice(), nullptr, nullptr, &id);
+        Api::SetDataReceivedFromCommonTunnelExternalcb(id, nullptr, nullptr, &id);
         RequestAcceptance([bytes = Bytes(numbers.begin(), numbers.end())] {
             Api::SendDataToCommonTunnelExternal(bytes.data(), static_cast<int>(bytes.size()));
         });
@@ -189,7 +181,7 @@ Action TunnelStatus(CLI::App& verb)
     DeviceOption(verb);
     return [] {
         Api::SetDataReceivedFromCommonTunnelExternalcb(
-            ExternalDevice(),
+            id,
             [](int connected, char* text, void* /*user*/) {
                 answer = {true, connected != 0, {text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT)}};
             },

@@ -88,18 +88,19 @@ void PrintJson(const json& data)
     PrintText(Dump(data) + '\n');
 }
 
-Row Values(const json& object)
+Row Values(const json& object, Row before)
 {
-    Row values;
-    std::ranges::copy_if(object, std::back_inserter(values),
+    std::ranges::copy_if(object, std::back_inserter(before),
                          [](const json& value) { return value != ""; });
-    return values;
+    return before;
 }
 
 std::vector<Row> Table(const json& list)
 {
     std::vector<Row> rows;
-    std::ranges::transform(list, std::back_inserter(rows), Values);
+    for (const json& object : list) {
+        rows.push_back(Values(object));
+    }
     return rows;
 }
 

@@ -22,8 +22,8 @@ extern bool asJson; ///< --json
  */
 using Row = std::vector<json>;
 
-/** What the members of an object are, without those that are empty texts. */
-Row Values(const json& object);
+/** What the members of an object are, without those that are empty texts, behind other cells. */
+Row Values(const json& object, Row before = {});
 
 /** The values of each object in a list. */
 std::vector<Row> Table(const json& list);

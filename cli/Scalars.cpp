@@ -63,34 +63,24 @@ constexpr struct Mode
 #include "Modes.inc"
 };
 
-template <class Rows>
-std::string Names(const Rows& rows)
+std::vector<std::string> Names(bool toSet)
 {
-    std::string text;
-    for (const auto& row : rows) {
-        text += (text.empty() ? "" : ", ") + std::string(row.name);
+    std::vector<std::string> names;
+    for (const Scalar& scalar : scalars) {
+        if (toSet ? scalar.set != nullptr : scalar.get != nullptr) {
+            names.emplace_back(scalar.name);
+        }
     }
-    return text;
+    return names;
 }
 
-std::vector<Scalar> Accessible(bool toSet)
+std::string ModeNames()
 {
-    std::vector<Scalar> rows;
-    std::ranges::copy_if(scalars, std::back_inserter(rows), [toSet](const Scalar& scalar) {
-        return toSet ? scalar.set != nullptr : scalar.get != nullptr;
-    });
-    return rows;
-}
-
-Scalar Find(const std::string& name, bool toSet)
-{
-    const auto rows = Accessible(toSet);
-    const auto found = std::ranges::find(rows, name, &Scalar::name);
-    if (found == rows.end()) {
-        throw Failure(Cause::usage, "'" + name + "' cannot be " + (toSet ? "set" : "read") +
-                                        "; these can: " + Names(rows));
+    std::string names;
+    for (const Mode& row : modes) {
+        names += (names.empty() ? "" : ", ") + std::string(row.name);
     }
-    return *found;
+    return names;
 }
 
 json Describe(std::string_view name, const json& value)
@@ -98,17 +88,22 @@ json Describe(std::string_view name, const json& value)
     return name == "mode" ? DescribeMode(value) : json{{name, value}};
 }
 
-json Ask(const Scalar& scalar)
+json Ask(const std::string& name)
 {
-    return Describe(scalar.name, Request(scalar.get));
+    return Describe(name, Request(std::ranges::find(scalars, name, &Scalar::name)->get));
+}
+
+void NameArgument(CLI::App& verb, std::string& name, bool toSet)
+{
+    verb.add_option("NAME", name, "Which value")->required()->check(CLI::IsMember(Names(toSet)));
 }
 
 Action Get(CLI::App& verb)
 {
     static std::string name;
-    verb.add_option("NAME", name, "Which value")->required();
+    NameArgument(verb, name, false);
     return [] {
-        const json data = Ask(Find(name, false));
+        const json data = Ask(name);
         Print(data, {Values(data)});
     };
 }
@@ -117,12 +112,12 @@ Action Set(CLI::App& verb)
 {
     static std::string name;
     static std::string text;
-    verb.add_option("NAME", name, "Which value")->required();
+    NameArgument(verb, name, true);
     verb.add_option("VALUE", text, "What to")->required();
     return [] {
-        const Scalar scalar = Find(name, true);
         const int value = name == "mode" ? ParseMode(text) : ParseNumber(text);
-        const int result = Request([set = scalar.set, value] { return set(value); });
+        const auto* scalar = std::ranges::find(scalars, name, &Scalar::name);
+        const int result = Request([set = scalar->set, value] { return set(value); });
         if (result < 0) {
             throw Failure::For(Cause::refused,
                                name + " " + text + " (result " + std::to_string(result) + ")");
@@ -139,21 +134,20 @@ Action Status(CLI::App& /*verb*/)
         json data;
         std::vector<Row> rows;
         std::optional<Failure> failure; // of a value; the others are shown none the less
-        for (const Scalar& scalar : Accessible(false)) {
+        for (const std::string& name : Names(false)) {
             // Only a value that was refused or late by itself says nothing of the next.
             if (abandoned || (failure && failure->cause != Cause::refused &&
                               failure->cause != Cause::noAnswer)) {
                 break;
             }
-            json found = {{scalar.name, nullptr}};
+            json found = {{name, nullptr}};
             try {
-                found = Ask(scalar);
+                found = Ask(name);
             } catch (const Failure& thrown) {
                 failure = thrown;
             }
             data.update(found);
-            rows.push_back(Values(found));
-            rows.back().insert(rows.back().begin(), scalar.name);
+            rows.push_back(Values(found, {name}));
         }
         PrintOrThrow(data, rows, failure);
     };
@@ -237,7 +231,7 @@ int ParseMode(const std::string& text)
     const auto* found = std::ranges::find(modes, name, &Mode::name);
     if (found == std::end(modes) && !WholeNumber()(text).empty()) {
         throw Failure(Cause::usage,
-                      "there is no mode '" + text + "'; it is a number, or one of " + Names(modes));
+                      "there is no mode '" + text + "'; it is a number, or one of " + ModeNames());
     }
     return found == std::end(modes) ? ParseNumber(text) : found->mode;
 }

@@ -336,14 +336,9 @@ void ShowSummaries(const Source& source)
     }
     for (auto& [operation, summary] : summaries) {
         const json values = summary.Describe(operation);
-        table.push_back(Values(values));
-        if (asJson) {
-            PrintJson(values);
-        }
+        asJson ? PrintJson(values) : table.push_back(Values(values));
     }
-    if (!asJson) {
-        Print({}, table);
-    }
+    PrintText(asJson ? "" : Lines(table, OnTerminal()));
 }
 
 // ---- The timeline -------------------------------------------------------------------------------

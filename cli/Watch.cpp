@@ -30,43 +30,27 @@ struct
     std::optional<Failure> failure = {}; // of a callback, which must not throw
 } monitor;
 
-void Show(const char* event, const json& data, Row words)
+void Show(const char* event, const json& data, const Row& row)
 {
     json line{{"event", event}};
     line.update(data);
-    words.insert(words.begin(), event);
     try {
-        Print(line, {words});
+        Print(line, {row});
     } catch (const Failure& thrown) {
         monitor.failure = thrown;
     }
 }
 
 /** One of the six events; ends the monitor with the last that was asked for. */
-void ShowEvent(const char* event, const json& data, const Row& words)
+void ShowEvent(const char* event, const json& data = json::object(), const Row& row = {})
 {
-    Show(event, data, words);
+    Show(event, data, row.empty() ? Values(data, {event}) : row);
     monitor.ended = monitor.ended || --monitor.count == 0;
-}
-
-void ShowEvent(const char* event, const json& data = json::object())
-{
-    ShowEvent(event, data, Values(data));
 }
 
 json Bytes(const unsigned char* bytes, size_t count)
 {
     return std::vector<int>(bytes, bytes + count);
-}
-
-void OnDevice()
-{
-    ShowEvent("device-connected");
-}
-
-void OnNoDevice()
-{
-    ShowEvent("device-disconnected");
 }
 
 void OnSpdif(const void* data, void* /*user*/)
@@ -86,7 +70,7 @@ void OnTunnelStatus(int connected, char* text, void* /*user*/)
 {
     const std::string shown(text, strnlen(text, ZAV_TUNNEL_STATUS_TEXT));
     ShowEvent("tunnel-status", {{"connected", connected != 0}, {"text", shown}},
-              {connected != 0 ? "connected" : "disconnected", shown});
+              {"tunnel-status", connected != 0 ? "connected" : "disconnected", shown});
 }
 
 void OnTunnelData(unsigned char* data, int length, void* /*user*/)
@@ -101,25 +85,24 @@ void OnManagedEvent(int event, void* data, int length)
     ShowEvent("managed", {{"number", event}, {"data", Bytes(bytes, static_cast<size_t>(length))}});
 }
 
-void Listen(int id)
+void Listen(commonTunnel_external_id_e id)
 {
-    Api::SignalSubscribe(OnDevice);
-    Api::DisconnectSignalSubscribe(OnNoDevice);
+    Api::SignalSubscribe([] { ShowEvent("device-connected"); });
+    Api::DisconnectSignalSubscribe([] { ShowEvent("device-disconnected"); });
     Api::SetSendDataToSpkViaSPDIFcb(OnSpdif, nullptr);
     Api::ExtSpkSetSoundModeChangedCb(OnMode, nullptr);
-    Api::SetDataReceivedFromCommonTunnelExternalcb(static_cast<commonTunnel_external_id_e>(id),
-                                                   OnTunnelStatus, OnTunnelData, &monitor);
+    Api::SetDataReceivedFromCommonTunnelExternalcb(id, OnTunnelStatus, OnTunnelData, &monitor);
     if (!Api::SubscribeZAVCSharpCallback(OnManagedEvent)) {
         throw Failure::For(Cause::busy);
     }
     g_bus_watch_name_on_connection(
         Bus(), kService, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, gpointer) {
-            Show("service", {{"running", true}}, {"running"});
+            Show("service", {{"running", true}}, {"service", "running"});
         },
         [](GDBusConnection* bus, const char*, gpointer) {
             if (bus != nullptr) { // as long as there is one
-                Show("service", {{"running", false}}, {"stopped"});
+                Show("service", {{"running", false}}, {"service", "stopped"});
             }
         },
         nullptr, nullptr);
@@ -144,11 +127,11 @@ gboolean SetFlag(gpointer flag)
 Action Monitor(CLI::App& verb)
 {
     static double seconds = 0;
-    static int id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
+    static auto id = COMMON_TUNNEL_EXTERNAL_ID_DEFAULT;
     verb.add_option("--count", monitor.count, "End after so many events")
         ->check(WholeNumber(1), "");
     verb.add_option("--for", seconds, "End after so many seconds")->check(CheckSeconds, "");
-    verb.add_option("--id", id, "The external device")->capture_default_str();
+    verb.add_option("--id", id, "The external device")->type_name("INT")->capture_default_str();
     return [] {
         bool late = false;
         if (seconds > 0) {

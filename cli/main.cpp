@@ -20,14 +20,8 @@ const std::map<std::string, const char*> completionScripts = {
 Action Completion(CLI::App& verb)
 {
     static std::string shell;
-    verb.add_option("SHELL", shell, "bash, zsh or fish")->required();
-    return [] {
-        const auto script = completionScripts.find(shell);
-        if (script == completionScripts.end()) {
-            throw Failure(Cause::usage, "completion is for bash, zsh and fish");
-        }
-        PrintText(script->second);
-    };
+    verb.add_option("SHELL", shell, "Which")->required()->check(CLI::IsMember(&completionScripts));
+    return [] { PrintText(completionScripts.at(shell)); };
 }
 
 Action Help(CLI::App& verb)

@@ -14,46 +14,43 @@ namespace
 constexpr const char* servicePath = "/org/kelmar/tv/zav";
 constexpr const char* controlPath = "/org/kelmar/tv/zav/sim";
 
-void Export(GDBusConnection* connection, const char* path, const GDBusInterfaceInfo& interface,
-            GDBusInterfaceMethodCallFunc onCall, Simulator* simulator)
-{
-    const GDBusInterfaceVTable vtable = {onCall, nullptr, nullptr, {}};
-    g_dbus_connection_register_object(connection, path, const_cast<GDBusInterfaceInfo*>(&interface),
-                                      &vtable, simulator, nullptr, nullptr);
-}
-
 } // namespace
 
 Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
     : connection(bus), quiet(beQuiet), loop(mainLoop)
 {
-    Export(
-        connection, servicePath, org_kelmar_tv_zav_interface,
-        [](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
-           GDBusMethodInvocation* invocation,
-           gpointer self) { static_cast<Simulator*>(self)->Receive(invocation); },
-        this);
-    Export(
-        connection, controlPath, org_kelmar_tv_zav_sim_interface,
-        [](GDBusConnection*, const char*, const char*, const char*, const char* method,
-           GVariant* args, GDBusMethodInvocation* invocation, gpointer self) {
-            auto& simulator = *static_cast<Simulator*>(self);
-            try {
-                GVariant* reply = nullptr;
-                if (std::string_view(method) == "Calls") {
-                    reply = simulator.CallList();
-                } else {
-                    const char* text = nullptr;
-                    g_variant_get(args, "(&s)", &text);
-                    simulator.Apply(Control::Parse(text));
-                }
-                g_dbus_method_invocation_return_value(invocation, reply);
-            } catch (const std::invalid_argument& fault) {
-                g_dbus_method_invocation_return_error_literal(
-                    invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, fault.what());
-            }
-        },
-        this);
+    const auto onCall = [](GDBusConnection*, const char*, const char* path, const char*,
+                           const char*, GVariant*, GDBusMethodInvocation* invocation,
+                           gpointer self) {
+        auto& simulator = *static_cast<Simulator*>(self);
+        std::string_view(path) == servicePath ? simulator.Receive(invocation)
+                                              : simulator.ReceiveControl(invocation);
+    };
+    const GDBusInterfaceVTable vtable = {onCall, nullptr, nullptr, {}};
+    for (const auto& [path, interface] :
+         {std::pair(servicePath, &org_kelmar_tv_zav_interface),
+          std::pair(controlPath, &org_kelmar_tv_zav_sim_interface)}) {
+        g_dbus_connection_register_object(connection, path,
+                                          const_cast<GDBusInterfaceInfo*>(interface), &vtable, this,
+                                          nullptr, nullptr);
+    }
+}
+
+void Simulator::ReceiveControl(GDBusMethodInvocation* invocation)
+try {
+    GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
+    GVariant* reply = nullptr;
+    if (g_variant_n_children(args) == 0) {
+        reply = CallList();
+    } else {
+        const char* text = nullptr;
+        g_variant_get(args, "(&s)", &text);
+        Apply(Control::Parse(text));
+    }
+    g_dbus_method_invocation_return_value(invocation, reply);
+} catch (const std::invalid_argument& fault) {
+    g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_INVALID_ARGS, fault.what());
 }
 
 void Simulator::Apply(const Control& control)

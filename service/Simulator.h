@@ -47,6 +47,7 @@ private:
     static constexpr size_t maxCalls = 1000;
 
     void Receive(GDBusMethodInvocation* invocation);
+    void ReceiveControl(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);
     void Emit(const std::string& signal, const Variant& body);
     void Clear();

@@ -105,11 +105,7 @@ void OwnName(GDBusConnection* connection)
 }
 
 /** A step of the scenario that waits for its time. */
-struct DueStep
-{
-    Simulator& simulator;
-    const Step& step;
-};
+using DueStep = std::pair<Simulator&, const Step&>;
 
 gboolean Apply(gpointer data)
 {
