@@ -15,8 +15,7 @@ bool abandoned = false;
 
 double Limit()
 {
-    constexpr double aboveTheLibrarys = 6; // which gives up on a call after 5
-    return timeLimit.value_or(aboveTheLibrarys);
+    return timeLimit.value_or(6); // the library gives up on a call after 5
 }
 
 double Now()

@@ -129,11 +129,7 @@ std::string Lines(const std::vector<Row>& rows, bool aligned)
 
 void Print(const json& data, const std::vector<Row>& rows)
 {
-    if (asJson) {
-        PrintJson(data);
-    } else {
-        PrintText(Lines(rows, OnTerminal()));
-    }
+    PrintText(asJson ? Dump(data) + '\n' : Lines(rows, OnTerminal()));
 }
 
 void PrintOrThrow(const json& data, const std::vector<Row>& rows,

@@ -429,26 +429,22 @@ private:
     const char* m_separator = "\n";
 };
 
-/** A timeline is made anew, but not where a trace is. */
-void CheckIsNoTrace(const std::string& path)
+/** It is made anew, but not where a trace is. */
+void WriteTimeline(const Source& source, std::uint32_t process)
 {
+    const std::string& path = options.chrome;
     std::uint64_t magic = 0;
     if (std::filesystem::is_regular_file(path) &&
         std::ifstream(path).read(reinterpret_cast<char*>(&magic), sizeof magic) &&
         ((magic ^ lumo::format::kMagic) & lumo::format::kMagicOfAny) == 0) {
         throw Failure(Cause::usage, path + ": is a trace store; the timeline would destroy it");
     }
-}
-
-void WriteTimeline(const Source& source, std::uint32_t process)
-{
-    CheckIsNoTrace(options.chrome);
-    std::ofstream out(options.chrome);
+    std::ofstream out(path);
     Timeline(out, process).Write(source);
     out.close();
     if (!out) {
-        throw Failure(Cause::failed, options.chrome + ": cannot be written: " +
-                                         std::generic_category().message(errno));
+        throw Failure(Cause::failed,
+                      path + ": cannot be written: " + std::generic_category().message(errno));
     }
 }
 
@@ -461,9 +457,6 @@ void Tell(std::uint64_t count, const char* what)
 
 void Show()
 try {
-    if (options.follow && (options.stat || !options.chrome.empty())) {
-        throw Failure(Cause::usage, "--follow shows records: not with --stat or --chrome");
-    }
     std::optional<trace::Reader> reader; // each view reads the store for itself
     const Source next = [&reader] { return reader->Next(); };
     if (!options.chrome.empty()) {
@@ -492,8 +485,9 @@ Action Trace(CLI::App& verb)
 {
     verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
     verb.add_flag("--stat", options.stat, "A summary for each operation");
-    verb.add_flag("--follow", options.follow, "Go on while the program runs that traces");
     verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
+    verb.add_flag("--follow", options.follow, "Go on while the program runs that traces")
+        ->excludes("--stat", "--chrome");
     return Show;
 }
 

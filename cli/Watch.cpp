@@ -44,8 +44,10 @@ void Show(const char* event, const json& data, const Row& row)
 /** One of the six events; ends the monitor with the last that was asked for. */
 void ShowEvent(const char* event, const json& data = json::object(), const Row& row = {})
 {
-    Show(event, data, row.empty() ? Values(data, {event}) : row);
-    monitor.ended = monitor.ended || --monitor.count == 0;
+    if (!monitor.ended) { // more may have come at the same time
+        Show(event, data, row.empty() ? Values(data, {event}) : row);
+        monitor.ended = --monitor.count == 0;
+    }
 }
 
 json Bytes(const unsigned char* bytes, size_t count)

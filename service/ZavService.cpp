@@ -140,22 +140,19 @@ GVariant* GetCapability(ZavService& service, GVariant* args)
     return g_variant_new("(i)", service.capableDevices.contains(FirstInt(args)) ? 1 : 0);
 }
 
-void EmitTunnelData(ZavService& service, std::span<const guint8> data, int id)
-{
-    service.emit("receiveExternalDataViaCommonTunnel",
-                 Hold(g_variant_new("(@ayii)", NewBytes(data), static_cast<int>(data.size()), id)));
-}
-
 GVariant* SendTunnelData(ZavService& service, GVariant* args)
 {
     static constexpr std::array<guint8, 20> status = {'q', 1, 'z', 'a', 'v', '-', 's', 'i', 'm'};
     int id = 0;
     g_variant_get_child(args, 2, "i", &id);
-    const auto data = FirstArray<guint8>(args);
+    auto data = FirstArray<guint8>(args);
     if (data.size() == 1 && data[0] == statusRequest) {
-        EmitTunnelData(service, status, id);
-    } else if (data.size() <= ZAV_MAX_TUNNEL_DATA) { // clients drop what is longer, or end
-        EmitTunnelData(service, data, id);
+        data = status;
+    }
+    if (data.size() <= ZAV_MAX_TUNNEL_DATA) { // clients drop what is longer, or end
+        service.emit(
+            "receiveExternalDataViaCommonTunnel",
+            Hold(g_variant_new("(@ayii)", NewBytes(data), static_cast<int>(data.size()), id)));
     }
     return g_variant_new("(b)", TRUE);
 }
