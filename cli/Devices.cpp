@@ -19,10 +19,10 @@ using Api = ZAVServiceAPI;
 using Bytes = std::vector<unsigned char>;
 
 /** A level as a bar to the left or right of the middle. */
-std::string Bar(int64_t level, int64_t highest)
+std::string Bar(int64_t level, int64_t furthest)
 {
     constexpr int half = 20;
-    const auto length = static_cast<size_t>(std::abs(level) * half / highest);
+    const auto length = static_cast<size_t>(std::abs(level) * half / furthest);
     std::string bar(half, ' ');
     bar += '|';
     return level < 0 ? bar.replace(half - length, length, length, '#') : bar.append(length, '#');
@@ -49,15 +49,13 @@ std::vector<int> ReadLevels()
 void ShowLevels()
 {
     const std::vector<int> levels = ReadLevels();
-    int64_t highest = 10;
-    for (const int64_t level : levels) {
-        highest = std::max(highest, std::abs(level));
-    }
+    const auto [lowest, highest] = std::ranges::minmax(levels);
+    const int64_t furthest = std::max<int64_t>({10, highest, -int64_t{lowest}});
     std::vector<Row> rows;
     for (const int level : levels) {
         rows.push_back({rows.size() + 1, level});
         if (OnTerminal()) {
-            rows.back().emplace_back(Bar(level, highest));
+            rows.back().emplace_back(Bar(level, furthest));
         }
     }
     Print({{"levels", levels}}, rows);

@@ -74,15 +74,6 @@ std::vector<std::string> Names(bool toSet)
     return names;
 }
 
-std::string ModeNames()
-{
-    std::string names;
-    for (const Mode& row : modes) {
-        names += (names.empty() ? "" : ", ") + std::string(row.name);
-    }
-    return names;
-}
-
 json Describe(std::string_view name, const json& value)
 {
     return name == "mode" ? DescribeMode(value) : json{{name, value}};
@@ -93,15 +84,10 @@ json Ask(const std::string& name)
     return Describe(name, Request(std::ranges::find(scalars, name, &Scalar::name)->get));
 }
 
-void NameArgument(CLI::App& verb, std::string& name, bool toSet)
-{
-    verb.add_option("NAME", name, "Which value")->required()->check(CLI::IsMember(Names(toSet)));
-}
-
 Action Get(CLI::App& verb)
 {
     static std::string name;
-    NameArgument(verb, name, false);
+    verb.add_option("NAME", name, "Which value")->required()->check(CLI::IsMember(Names(false)));
     return [] {
         const json data = Ask(name);
         Print(data, {Values(data)});
@@ -112,7 +98,7 @@ Action Set(CLI::App& verb)
 {
     static std::string name;
     static std::string text;
-    NameArgument(verb, name, true);
+    verb.add_option("NAME", name, "Which value")->required()->check(CLI::IsMember(Names(true)));
     verb.add_option("VALUE", text, "What to")->required();
     return [] {
         const int value = name == "mode" ? ParseMode(text) : ParseNumber(text);
@@ -230,8 +216,12 @@ int ParseMode(const std::string& text)
                            [](char c) { return c == '-' ? '_' : g_ascii_toupper(c); });
     const auto* found = std::ranges::find(modes, name, &Mode::name);
     if (found == std::end(modes) && !WholeNumber()(text).empty()) {
+        std::string names;
+        for (const Mode& row : modes) {
+            names += (names.empty() ? "" : ", ") + std::string(row.name);
+        }
         throw Failure(Cause::usage,
-                      "there is no mode '" + text + "'; it is a number, or one of " + ModeNames());
+                      "there is no mode '" + text + "'; it is a number, or one of " + names);
     }
     return found == std::end(modes) ? ParseNumber(text) : found->mode;
 }

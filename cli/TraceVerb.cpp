@@ -89,17 +89,14 @@ struct Line
 struct Request
 {
     explicit Request(const Line& line)
-        : operation(line.operation), announcement(line.text), start(line.time), end(line.time),
-          outcome(line.step), last(line.step)
+        : first(line), end(line.time), outcome(line.step), last(line.step)
     {
     }
 
-    std::string_view operation;
-    std::string announcement;
+    Line first;
     std::optional<std::string> result; ///< the text of the line that tells how it went
-    std::int64_t start;
-    std::int64_t end; ///< time of its last line
-    Step outcome;     ///< what the line is that tells how it went
+    std::int64_t end;                  ///< time of its last line
+    Step outcome;                      ///< what the line is that tells how it went
     std::optional<std::int64_t> returned;
     int waits = 0;
     std::int64_t firstWait = 0;
@@ -170,13 +167,14 @@ struct Call
         const Step step = line.step;
         const bool isOwn = exported && line.operation == first.operation;
         Request* const latest = requests.empty() ? nullptr : &requests.back();
-        const bool isAsked = latest && latest->operation == first.operation; // what was called for
+        const bool isAsked =
+            latest && latest->first.operation == first.operation; // what was called for
         bool added = false;
         if (exported && ((step == Step::connecting && !latest) ||
                          (step == Step::announced && isOwn && !isAsked))) {
             requests.emplace_back(line);
             added = true;
-        } else if (step == Step::bridge || !latest || latest->operation != line.operation) {
+        } else if (step == Step::bridge || !latest || latest->first.operation != line.operation) {
             added = isOwn && step != Step::entry && (step == Step::bridge || !isAsked);
         } else {
             added = step != Step::entry && latest->Add(line);
@@ -289,7 +287,7 @@ struct Summary
         waits += request.waits;
         ++outcomes[request.outcome];
         if (request.result) {
-            durations.push_back(Elapsed(request.start, request.end));
+            durations.push_back(Elapsed(request.first.time, request.end));
         }
     }
 
@@ -326,7 +324,7 @@ void ShowSummaries(const Source& source)
     Calls calls(source, false);
     while (const auto call = calls.Next()) {
         for (const Request& request : call->requests) {
-            summaries[request.operation].Add(request);
+            summaries[request.first.operation].Add(request);
         }
     }
     std::vector<Row> table(1);
@@ -405,17 +403,17 @@ private:
 
     void Add(const Request& request)
     {
-        json args = {{"announcement", request.announcement}, {"busy_waits", request.waits}};
+        json args = {{"announcement", request.first.text}, {"busy_waits", request.waits}};
         if (request.result) {
             args["result"] = *request.result;
         }
-        Begin(request.start, std::string(request.operation), args);
+        Begin(request.first.time, std::string(request.first.operation), args);
         if (request.waits > 0) {
             Begin(request.firstWait, "wait for the lock");
             End(request.WaitEnd());
         }
         if (request.returned) {
-            Begin(request.waits > 0 ? request.WaitEnd() : request.start, "call");
+            Begin(request.waits > 0 ? request.WaitEnd() : request.first.time, "call");
             End(*request.returned);
         }
         End(request.end);

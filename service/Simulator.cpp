@@ -41,7 +41,13 @@ try {
     GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
     GVariant* reply = nullptr;
     if (g_variant_n_children(args) == 0) {
-        reply = CallList();
+        GVariantBuilder list;
+        g_variant_builder_init(&list, G_VARIANT_TYPE("a(sss)"));
+        for (const Variant& call : calls) {
+            g_variant_builder_add_value(&list, call.get());
+        }
+        reply = g_variant_new("(a(sss)uu)", &list, static_cast<guint>(peak),
+                              static_cast<guint>(dropped));
     } else {
         const char* text = nullptr;
         g_variant_get(args, "(&s)", &text);
@@ -168,17 +174,6 @@ void Simulator::Reset()
     service = ZavService(service.emit);
     faults.clear();
     Clear();
-}
-
-GVariant* Simulator::CallList() const
-{
-    GVariantBuilder list;
-    g_variant_builder_init(&list, G_VARIANT_TYPE("a(sss)"));
-    for (const Variant& call : calls) {
-        g_variant_builder_add_value(&list, call.get());
-    }
-    return g_variant_new("(a(sss)uu)", &list, static_cast<guint>(peak),
-                         static_cast<guint>(dropped));
 }
 
 void Simulator::Tell(const std::string& line) const

@@ -52,7 +52,6 @@ private:
     void Emit(const std::string& signal, const Variant& body);
     void Clear();
     void Reset();
-    [[nodiscard]] GVariant* CallList() const;
     void Tell(const std::string& line) const;
 
     GDBusConnection* connection;
