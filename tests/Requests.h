@@ -267,6 +267,16 @@ inline const std::vector<Request> kAll = {
                 "4 GetSCL > Speaker Size[-1] | int\n"},
 };
 
+/** For the simulated service, so that it gives the good replies. */
+inline std::string ReplyOptions()
+{
+    std::string options;
+    for (const Request& one : kAll) {
+        options += one.reply.empty() ? "" : " --reply '" + one.method + "=" + one.reply + "'";
+    }
+    return options;
+}
+
 /** What asks nobody. */
 inline const std::vector<Request> kOthers = {
     {.name = "SubscribeZAVCSharpCallback",

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// The library over a real bus daemon, with the simulated service at the other end.
+// The library over a real bus daemon, with the simulated service at the other end. A process
+// connects to a bus once and for good: each case is run in one of its own, on a bus of its own.
 #include "Boundary.h"
-#include "PrivateBus.h"
 #include "Requests.h"
+#include "Service.h"
 
 #include <atomic>
-#include <csignal>
-#include <gtest/gtest.h>
+#include <filesystem>
 #include <latch>
 #include <thread>
 
@@ -16,21 +16,14 @@ namespace
 
 using Api = ZAVServiceAPI;
 
-class Bus : public testing::Test
+/** Serves the context, the default one or another, until the condition holds. */
+template <class Condition>
+void IterateUntil(const Condition& holds, GMainContext* context = nullptr)
 {
-protected:
-    void AnswerAll()
-    {
-        for (const Request& one : requests::kAll) {
-            if (!one.reply.empty()) {
-                service.Control("reply " + one.method + "=" + one.reply);
-            }
-        }
+    while (!holds()) {
+        g_main_context_iteration(context, TRUE);
     }
-
-    PrivateBus bus;
-    Simulator service{bus};
-};
+}
 
 /** Calls from eight threads at once. */
 void FromManyThreads(const std::function<void()>& call)
@@ -48,18 +41,18 @@ void FromManyThreads(const std::function<void()>& call)
     }
 }
 
-TEST_F(Bus, IsReachedAsSoonAsItIsThereAndListenedToOnceHoweverManyThreadsConnect)
+TEST(Bus, IsReachedAsSoonAsItIsThereAndListenedToOnceHoweverManyThreadsConnect)
 {
-    bus.Stop();
+    const std::string socket = strchr(getenv("DBUS_SYSTEM_BUS_ADDRESS"), '/');
+    std::filesystem::rename(socket, socket + ".away");
     EXPECT_EQ(-1, Api::InitDbusConnection());
     EXPECT_NE(std::string::npos,
               boundary::Take().find("6 InitDbusConnection > Bus get sync failed: "));
-    bus.Start();
-    service.Start();
+    std::filesystem::rename(socket + ".away", socket);
     FromManyThreads(::GetWooferLevel);
     static int heard = 0;
     Api::ExtSpkSetSoundModeChangedCb([](int, void*) { ++heard; }, nullptr);
-    service.Emit("SetCbSoundModeChange", "5");
+    service::Emit("SetCbSoundModeChange", "5");
     EXPECT_EQ(AUDIO_EFFECT_STANDARD, Api::GetMode()); // comes after the signal
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }
@@ -78,40 +71,40 @@ void ExpectOfAll(int Request::*end)
         << log;
 }
 
-TEST_F(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
+TEST(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
 {
+    service::Kill(service::kName);
+    service::Start(requests::ReplyOptions());
     Api::InitDbusConnection();
     boundary::Take(); // records have only the low halves of its addresses
-    AnswerAll();
     ExpectOfAll(&Request::result);
-    std::vector<std::string> sent;
-    for (const Request& one : requests::kAll) {
-        sent.push_back(one.method + " " + one.sent);
+    const auto [calls, peak] = service::Calls();
+    ASSERT_EQ(requests::kAll.size(), calls.size());
+    for (size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(requests::kAll[i].method + " " + requests::kAll[i].sent, calls[i]);
     }
-    EXPECT_EQ(sent, service.Calls().calls);
     for (const Request& one : requests::kAll) {
-        service.Control("reply " + one.method + "='text'");
+        service::Control("reply " + one.method + "='text'");
     }
     ExpectOfAll(&Request::mistyped);
     for (const Request& one : requests::kAll) {
-        service.Control("fail " + one.method + "=org.freedesktop.DBus.Error.AccessDenied");
+        service::Control("fail " + one.method + "=org.freedesktop.DBus.Error.AccessDenied");
     }
     ExpectOfAll(&Request::unanswered);
-    service.Stop();
+    service::Kill(service::kName);
     ExpectOfAll(&Request::unanswered);
-    service.Start();
-    AnswerAll();
+    service::Start(requests::ReplyOptions());
     IterateUntil([] { return Api::GetWooferLevel() != -1; }); // the proxy learns of it there
     ExpectOfAll(&Request::result);
     g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
-    bus.Stop();
+    service::Kill(service::kBus);
     ExpectOfAll(&Request::unanswered);
 }
 
-TEST_F(Bus, NeverHasTwoRequestsOfAProgramOnTheWire)
+TEST(Bus, NeverHasTwoRequestsOfAProgramOnTheWire)
 {
     Api::InitDbusConnection();
-    service.Control("delay GetMode=10"); // time enough for another to arrive
+    service::Control("delay GetMode=10"); // time enough for another to arrive
     std::atomic<int> answered = 0;
     std::atomic<int> refused = 0;
     FromManyThreads([&] {
@@ -121,17 +114,17 @@ TEST_F(Bus, NeverHasTwoRequestsOfAProgramOnTheWire)
             refused += mode == AUDIO_EFFECT_NONE ? 1 : 0;
         }
     });
-    const Simulator::Seen seen = service.Calls();
-    EXPECT_EQ(1U, seen.peakOpen);
-    EXPECT_EQ(answered, static_cast<int>(seen.calls.size()));
+    const auto [calls, peakOpen] = service::Calls();
+    EXPECT_EQ(1U, peakOpen);
+    EXPECT_EQ(answered, static_cast<int>(calls.size()));
     EXPECT_EQ(8 * 5, answered + refused);
     const std::string log = boundary::Take();
     EXPECT_EQ(std::string::npos, log.find("broken:")) << log;
 }
 
-TEST_F(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
+TEST(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
 {
-    std::thread([this] {
+    std::thread([] {
         g_autoptr(GMainContext) context = g_main_context_new();
         g_main_context_push_thread_default(context);
         Api::InitDbusConnection();
@@ -146,11 +139,11 @@ TEST_F(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
         std::vector<int> sent;
         for (int mode = 0; mode < 500; ++mode) {
             if (mode == 250) { // the next service is heard as well
-                service.Stop();
-                service.Start();
+                service::Kill(service::kName);
+                service::Start();
             }
             sent.push_back(mode);
-            service.Emit("SetCbSoundModeChange", std::to_string(mode));
+            service::Emit("SetCbSoundModeChange", std::to_string(mode));
         }
         EXPECT_TRUE(heard.empty());
         IterateUntil([&sent] { return heard.size() == sent.size(); }, context);
@@ -160,37 +153,59 @@ TEST_F(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
     }).join();
 }
 
-TEST_F(Bus, LetsAProgramEndWhileSignalsArrive)
+/** For a process that ends; GIO's thread does not survive a fork, and is not there before. */
+std::string EndOf(void (*play)())
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // GIO's thread does not survive a fork
-    const auto endAmidSignals = [this] {
-        static std::atomic<int> signals = 0;
-        Api::InitDbusConnection();
-        Api::SignalSubscribe([] { ++signals; });
-        std::thread([this] {
-            for (;;) {
-                service.Emit("InvokeSignalHandler");
-            }
-        }).detach();
-        std::thread([] { IterateUntil([] { return false; }); }).detach();
-        while (signals < 100) {
-            std::this_thread::yield();
-        }
-        exit(0);
-    };
-    EXPECT_EXIT(endAmidSignals(), testing::ExitedWithCode(0), "");
+    return boundary::LogOf([play] {
+        boundary::kept = false;
+        play();
+    });
 }
 
-TEST_F(Bus, EndsTheProcessWhenItGoesAwayAsGLibDoesUnlessToldOtherwise)
+TEST(Bus, LetsAProgramEndWhileSignalsArrive)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // GIO's thread does not survive a fork
-    EXPECT_EXIT(
-        {
-            Api::InitDbusConnection();
-            bus.Stop();
-            IterateUntil([] { return false; });
-        },
-        testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EQ("", EndOf([] {
+                  static std::atomic<int> signals = 0;
+                  Api::InitDbusConnection();
+                  Api::SignalSubscribe([] { ++signals; });
+                  std::thread([] {
+                      for (;;) {
+                          service::Emit("InvokeSignalHandler");
+                      }
+                  }).detach();
+                  std::thread([] { IterateUntil([] { return false; }); }).detach();
+                  while (signals < 100) {
+                      std::this_thread::yield();
+                  }
+              }));
+}
+
+TEST(Bus, EndsTheProcessWhenItGoesAwayAsGLibDoesUnlessToldOtherwise)
+{
+    EXPECT_EQ("the process ends by signal " + std::to_string(SIGTERM) + "\n", EndOf([] {
+                  Api::InitDbusConnection();
+                  service::Kill(service::kBus);
+                  IterateUntil([] { return false; });
+              }));
 }
 
 } // namespace
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    if (getenv("ZAV_SIM_LOG") != nullptr || GTEST_FLAG_GET(list_tests)) {
+        return RUN_ALL_TESTS();
+    }
+    setenv("PATH", (ZAV_PROGRAMS ":" + std::string(getenv("PATH"))).c_str(), 1);
+    setenv("ZAV_SIM_OPTIONS", "--quiet", 1);
+    int failed = 0;
+    const testing::TestSuite& all = *testing::UnitTest::GetInstance()->GetTestSuite(0);
+    for (int i = 0; i < all.total_test_count(); ++i) {
+        const std::string name = std::string("Bus.") + all.GetTestInfo(i)->name();
+        if (GTEST_FLAG_GET(filter) == "*" || GTEST_FLAG_GET(filter) == name) {
+            failed += std::system((ZAV_WITH_BUS " bus_test --gtest_filter=" + name).c_str()) != 0;
+        }
+    }
+    return failed;
+}

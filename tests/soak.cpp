@@ -4,14 +4,15 @@
 // of mixed requests and a stream of signals, while the service hangs, is killed and comes back, and
 // at the end the bus is killed. Prints what happened; fails on growth or on a wrong outcome. Run by
 // tests/soak, one life after another.
-#include "PrivateBus.h"
 #include "Requests.h"
+#include "Service.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -66,23 +67,23 @@ void Listen()
 }
 
 /** Service up, hanging, gone, and up again; twice a second or so. */
-void Disturb(Simulator& service, Clock::time_point end)
+void Disturb(Clock::time_point end)
 {
     for (int round = 0; Clock::now() < end; ++round) {
         for (const auto stop = Clock::now() + milliseconds(400); Clock::now() < stop; ++emitted) {
-            service.Emit("InvokeSignalHandler");
-            service.Emit("DisconnectSignalHandler");
-            service.Emit("SetCbSoundModeChange", "5");
-            service.Emit("sendDataViaSpdif", "([byte 1, 2], 2)");
-            service.Emit("notifyZAVCsharpCallback", "(9, [byte 1, 2], 2)");
+            service::Emit("InvokeSignalHandler");
+            service::Emit("DisconnectSignalHandler");
+            service::Emit("SetCbSoundModeChange", "5");
+            service::Emit("sendDataViaSpdif", "([byte 1, 2], 2)");
+            service::Emit("notifyZAVCsharpCallback", "(9, [byte 1, 2], 2)");
         }
         if (round % 8 == 0) { // long enough for others to give up
-            service.Control("hang GetMode");
+            service::Control("hang GetMode");
             std::this_thread::sleep_for(milliseconds(1500));
         }
-        service.Stop();
+        service::Kill(service::kName);
         std::this_thread::sleep_for(milliseconds(50));
-        service.Start();
+        service::Start(requests::ReplyOptions());
     }
     while (delivered < emitted) {
         std::this_thread::yield();
@@ -115,28 +116,22 @@ bool Check(bool right, const char* what)
 
 bool Live(Clock::duration length)
 {
-    Arguments options;
-    for (const Request& one : requests::kAll) {
-        if (!one.reply.empty()) {
-            options.insert(options.end(), {"--reply", one.method + "=" + one.reply});
-        }
-    }
-    PrivateBus bus;
-    Simulator service(bus, options);
+    service::Kill(service::kName);
+    service::Start(requests::ReplyOptions());
     if (!Check(Api::InitDbusConnection() == 0, "not connected")) {
         return false;
     }
     g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
     Listen();
-    std::thread([] { IterateUntil([] { return false; }); }).detach();
+    std::thread([] { g_main_loop_run(g_main_loop_new(nullptr, FALSE)); }).detach();
 
     const auto start = Clock::now();
-    WhileAsking([&] { Disturb(service, start + length / 3); });
+    WhileAsking([&] { Disturb(start + length / 3); });
     const Use early = Use::Now(); // everything has been used by now
-    WhileAsking([&] { Disturb(service, start + length); });
+    WhileAsking([&] { Disturb(start + length); });
     const Use late = Use::Now();
     WhileAsking([&] {
-        bus.Stop();
+        service::Kill(service::kBus);
         std::this_thread::sleep_for(milliseconds(100));
     });
 
