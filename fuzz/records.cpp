@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// Argument lists of every kind through the writer of trace records, and the records through the
-// reader of trace stores.
+// Log points with argument lists of every kind. The recorder reads each record as the reader of
+// trace stores does, and holds it against the text line.
 #include "Boundary.h"
 #include "Input.h"
+#include "LogPoint.h"
 #include "Recorder.h"
-#include "TraceReader.h"
-#include "TraceRecord.h"
 #include "ZAVServiceTypes.h"
 
 namespace
@@ -20,59 +19,25 @@ struct Literal
     constexpr Literal() : text() { std::fill_n(text, N, 'x'); }
 };
 
-/** What a reader has to make of an argument. */
-struct Expected
-{
-    std::string typeName;
-    trace::Value value;
+constexpr const char* kNull = "null %s";
 
-    Expected(int v) : typeName("int"), value(v) {}
-    Expected(unsigned v) : typeName("unsigned int"), value(v) {}
-    Expected(unsigned long v) : Expected(static_cast<unsigned>(v)) {} // a size_t of 64 bits
-    Expected(bool v) : typeName("bool"), value(std::int64_t{v}) {}
-    Expected(unsigned char v) : typeName("unsigned char"), value(std::int64_t{v}) {}
-    Expected(const void* v) : Expected(reinterpret_cast<uintptr_t>(v)) { typeName = "*_void"; }
-    Expected(AudioEffect v) : Expected(static_cast<int>(v)) { typeName = "enum_AudioEffect"; }
-    Expected(const char* v) : typeName("char*"), value(nullptr)
-    {
-        if (v != nullptr) {
-            value = v;
-        }
-    }
-};
-
-/** The last record, as the reader of trace stores reads it. */
-void Compare(const std::vector<Expected>& arguments)
-{
-    const lumo::TCCallLocation& saved = recorder::locations.back();
-    trace::Location location{saved.id, saved.line, saved.file, saved.function, saved.message, {}};
-    Demand(saved.argTypeNames.size() == arguments.size());
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        Demand(saved.argTypeNames[i] == arguments[i].typeName && saved.argKinds.at(i) == 1);
-        location.arguments.push_back({1, saved.argSizes.at(i), arguments[i].typeName});
-    }
-    const auto record = recorder::Record();
-    if (record.size() > 16383 && arguments[0].value == trace::Value(nullptr)) {
-        return; // a null text reads as the length of what follows
-    }
-    const auto values = trace::Arguments({0, 0, &location, {record.begin(), record.end()}});
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        Demand(values[i] == arguments[i].value);
-    }
-}
-
-/** The second record shows that a location is registered once. */
+/** Twice, to see that a location is registered once. */
 template <class ArgList>
-void Check(const ArgList& args, const std::vector<Expected>& arguments)
+void Check(const std::string& message, const std::string& types, const ArgList& args)
 {
     uint32_t id = 0;
-    const TSCodeLocation location = {"file", 7, "void Function()", &id};
+    const TSCodeLocation place = {"/src/records.cpp", 7, "void Run()", &id};
     recorder::locations.clear();
     for (int i = 0; i < 2; ++i) {
-        lumo::TSLoggerHelper::Log(location, args, "message");
-        Demand(recorder::locations.size() == 1 && recorder::locations[0].id == id);
-        Compare(arguments);
+        log_point::Write(place, DLOG_INFO, "Run", (LOG_POINT_PREFIX + message).c_str(), args);
     }
+    Demand(recorder::locations.size() == 1 && recorder::locations[0].id == id);
+    const std::string log = boundary::Take();
+    if (message.starts_with(kNull) && recorder::Record().size() > 16383) {
+        return; // a null text reads as the length of what follows
+    }
+    const std::string line = log.substr(0, log.size() / 2);
+    Demand(log == line + line && line.starts_with("4 Run > ") && line.ends_with(types + "\n"));
 }
 
 /** Any length up to 255, and those around the steps of the encoding, of which 16383 is the last. */
@@ -85,6 +50,7 @@ std::string TakeText(Input& input)
     return text;
 }
 
+/** Addresses and sizes of 32 bits: a record has no more of them. */
 template <class Use>
 void WithArgument(Input& input, const Use& use)
 {
@@ -93,29 +59,30 @@ void WithArgument(Input& input, const Use& use)
     std::string text;
     switch (input.Byte() % 12) {
     case 0:
-        return use(input.Int());
+        return use("%d", " int", input.Int());
     case 1:
-        return use(input.Take<unsigned>());
+        return use("%u", " unsigned int", input.Take<unsigned>());
     case 2:
-        return use((input.Byte() & 1) != 0);
+        return use("%d", " bool", (input.Byte() & 1) != 0);
     case 3:
-        return use(input.Byte());
+        return use("%02x", " unsigned char", input.Byte());
     case 4:
-        return use(input.Take<size_t>());
+        return use("%zu", " unsigned int", input.Take<size_t>() & UINT32_MAX);
     case 5:
-        return use(reinterpret_cast<const void*>(input.Take<uintptr_t>()));
+        return use("%p", " *_void",
+                   reinterpret_cast<const void*>(input.Take<uintptr_t>() & UINT32_MAX));
     case 6:
-        return use(static_cast<AudioEffect>(input.Int()));
+        return use("%d", " enum_AudioEffect", static_cast<AudioEffect>(input.Int()));
     case 7:
-        return use(static_cast<const char*>(nullptr));
+        return use(kNull, " char*", static_cast<const char*>(nullptr));
     case 8:
-        return use((text = TakeText(input)).data());
+        return use("%s", " char*", (text = TakeText(input)).data());
     case 9:
-        return use(static_cast<const char*>((text = TakeText(input)).c_str()));
+        return use("%s", " char*", static_cast<const char*>((text = TakeText(input)).c_str()));
     case 10:
-        return use(shortest.text);
+        return use("%s", " char*", shortest.text);
     default:
-        return use(longer.text);
+        return use("%s", " char*", longer.text);
     }
 }
 
@@ -124,19 +91,19 @@ void WithArgument(Input& input, const Use& use)
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
-    boundary::kept = false;
+    using Text = std::string;
     Input input(data, size);
     const int count = input.Byte() % 3;
     if (count == 0) {
-        Check(lumo::ArgList(), {});
+        Check("no arguments", "no arguments", lumo::ArgList());
         return 0;
     }
-    WithArgument(input, [&](const auto& first) {
+    WithArgument(input, [&](const Text& format, const Text& type, const auto& first) {
         if (count == 1) {
-            return Check(lumo::ArgList(first), {Expected(first)});
+            return Check(format, " |" + type, lumo::ArgList(first));
         }
-        WithArgument(input, [&](const auto& second) {
-            Check(lumo::ArgList(first, second), {Expected(first), Expected(second)});
+        WithArgument(input, [&](const Text& next, const Text& types, const auto& second) {
+            Check(format + " " + next, " |" + type + types, lumo::ArgList(first, second));
         });
     });
     return 0;

@@ -118,10 +118,9 @@ extern "C" int __dlog_print(int log_id, int priority, const char* tag, const cha
 {
     va_list args;
     va_start(args, format);
-    char line[2048];
     va_list again;
     va_copy(again, args);
-    vsnprintf(line, sizeof line, format, again);
+    const g_autofree char* line = g_strdup_vprintf(format, again);
     va_end(again);
     if (boundary::kept) {
         point = {};
