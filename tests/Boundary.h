@@ -42,6 +42,9 @@ inline bool kept = true;
 /** Called before each line, if set; may write lines of its own. */
 inline void (*beforeLine)() = nullptr;
 
+/** Called with each line, if set; by several threads, if there are. */
+inline std::function<void(const std::string& line)> onLine;
+
 /** What an address is called in the log. */
 inline std::map<const void*, std::string> names;
 
@@ -57,10 +60,15 @@ void Write(const Parts&... parts)
     }
     std::ostringstream line;
     (line << ... << parts) << "\n";
-    const std::lock_guard lock(guard);
-    lines += line.str();
-    if (output >= 0 && write(output, lines.data(), lines.size()) > 0) {
-        lines.clear();
+    {
+        const std::lock_guard lock(guard);
+        lines += line.str();
+        if (output >= 0 && write(output, lines.data(), lines.size()) > 0) {
+            lines.clear();
+        }
+    }
+    if (onLine) {
+        onLine(line.str());
     }
 }
 

@@ -30,8 +30,8 @@ namespace
 
 using Api = ZAVServiceAPI;
 
-GMutex* lock = nullptr;         // the one that was taken last
-GDBusConnection* bus = nullptr; // the one that was made last
+GMutex* lock = nullptr;                      // the one that was taken last
+thread_local GDBusConnection* bus = nullptr; // the one that was made last
 
 /** Each change of the public state is a line of its own, before the next one. */
 void NoteState()
@@ -78,6 +78,7 @@ T* Make(const char* name, fake::Outcome outcome, GError** error)
     auto* made = static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr));
     ++fake::use.objects;
     if (boundary::kept) {
+        const std::lock_guard held(boundary::guard);
         boundary::names[made] = name;
     }
     g_object_weak_ref(

@@ -2,14 +2,15 @@
 /**
  * @file FakeGio.h
  * The bus, the proxy, the lock and the sleep, played by the test program: every path of a request
- * runs at once, without a bus daemon. For one thread. What the library does stands in the boundary
- * log; so does when its public state changes.
+ * runs at once, without a bus daemon. Requests are for one thread at a time. What the library does
+ * stands in the boundary log; for a single thread, so does when its public state changes.
  */
 #ifndef ZAV_TESTS_FAKEGIO_H
 #define ZAV_TESTS_FAKEGIO_H
 
 #include <gio/gio.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,11 +39,11 @@ extern int lockFailures;
 /** What the library has done. */
 struct Use
 {
-    int calls = 0;            ///< handed to the bus, of either kind,
-    int callsWithoutLock = 0; ///< and of those the ones without the lock
-    bool locked = false;      ///< whether it holds the lock
-    int replies = 0;          ///< that it has not released,
-    int objects = 0;          ///< and connections and proxies
+    std::atomic<int> calls = 0;            ///< handed to the bus, of either kind,
+    std::atomic<int> callsWithoutLock = 0; ///< and of those the ones without the lock
+    std::atomic<bool> locked = false;      ///< whether it holds the lock
+    std::atomic<int> replies = 0;          ///< that it has not released,
+    std::atomic<int> objects = 0;          ///< and connections and proxies
     bool HoldsNothing() const { return !locked && replies == 0; }
 };
 extern Use use;

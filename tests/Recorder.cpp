@@ -11,12 +11,14 @@
 #include <cstring>
 #include <glib.h>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 namespace recorder
 {
 
 bool storeIsFull = false;
+std::function<void(const std::string& message)> onRecord;
 std::vector<lumo::TCCallLocation> locations;
 
 } // namespace recorder
@@ -67,6 +69,7 @@ bool IsOfPoint(int line, const std::string& file, const std::string& function)
 /** With the addresses called by their names: whole ones, or their low halves as records have. */
 std::string Named(std::string text, bool low)
 {
+    const std::lock_guard lock(boundary::guard);
     for (const auto& [address, name] : boundary::names) {
         char hex[32];
         const auto number = reinterpret_cast<uintptr_t>(address);
@@ -169,14 +172,20 @@ namespace lumo
 TCLogger::TCLogger(const TSCodeLocation& location)
 {
     Call("logger");
+    memset(static_cast<void*>(this), kGuard, sizeof *this); // the real one may use all of its room
     if (boundary::kept) {
         Expect(IsOfPoint(location.line, location.file, location.function), "the location");
+        if (recorder::onRecord) {
+            recorder::onRecord(point.message);
+        }
     }
 }
 
 TCLogger::~TCLogger()
 {
     Call("end");
+    const auto* bytes = reinterpret_cast<const unsigned char*>(this);
+    Expect(std::count(bytes, bytes + sizeof *this, kGuard) == sizeof *this, "the logger's room");
     if (boundary::kept) {
         g_autofree char* text = g_strescape(point.text.c_str(), nullptr); // on one line
         boundary::Add(point.priority, " ", point.function, " > ", text, point.record);
@@ -228,11 +237,13 @@ void TCStorage::Commit(TCThreadHandle* thread)
     Call("commit");
     Expect(thread == ThreadHandle() && block[blockSize] == kGuard, "the record");
     if (boundary::kept) {
-        const std::lock_guard lock(boundary::guard);
+        std::unique_lock lock(boundary::guard);
         const auto location =
             std::ranges::find(recorder::locations, blockLocation, &TCCallLocation::id);
-        point.record = location == recorder::locations.end() ? ", its record of nowhere"
-                                                             : Described(*location);
+        const auto found =
+            location != recorder::locations.end() ? std::optional(*location) : std::nullopt;
+        lock.unlock();
+        point.record = found ? Described(*found) : ", its record of nowhere";
     }
 }
 

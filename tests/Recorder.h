@@ -10,6 +10,7 @@
 
 #include "lumo.h"
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ namespace recorder
 
 /** While true PrepareCallBuffer() returns NULL. */
 extern bool storeIsFull;
+
+/** Called with the message of a log point between its line and its record, if set; may throw. */
+extern std::function<void(const std::string& message)> onRecord;
 
 /** The locations registered so far in this process, in order. */
 extern std::vector<lumo::TCCallLocation> locations;

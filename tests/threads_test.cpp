@@ -1,168 +1,83 @@
 // SPDX-License-Identifier: MIT
 //
 // What several threads see: the first connection, and registrations that change while a signal is
-// handled. GIO, the platform log and the trace library's logger are played here.
-#include "ZAVServiceAPI.h"
-#include "ZAVServiceBridgeAPI.h"
-#include "dlog.h"
-#include "lumo.h"
+// handled.
+#include "Boundary.h"
+#include "FakeGio.h"
+#include "Recorder.h"
+#include "Requests.h"
 
 #include <atomic>
-#include <chrono>
-#include <cstring>
-#include <functional>
 #include <future>
-#include <gtest/gtest.h>
 #include <latch>
 #include <stdexcept>
 #include <thread>
 
-using Api = ZAVServiceAPI;
-
 namespace
 {
 
-std::atomic<int> subscribed = 0, published = 0, alive = 0; // alive: connections and proxies
-std::function<GDBusProxy*()> onProxy;
-std::function<void()> onSubscribe, onRecord;
-std::function<void(const char* format)> onLine;
+using requests::Api;
 
-template <class T>
-T* Made()
+/**
+ * What happens in a process of its own, where the first connection is made. In the end it has to be
+ * one connection with its proxy; all else is gone.
+ */
+std::string LogOf(void (*connect)())
 {
-    ++alive;
-    auto* object = static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr));
-    g_object_weak_ref(
-        object, [](gpointer, GObject*) { --alive; }, nullptr);
-    return reinterpret_cast<T*>(object);
-}
-
-template <class Hook, class... Arguments>
-void Call(const Hook& hook, Arguments... arguments)
-{
-    if (hook) {
-        hook(arguments...);
-    }
-}
-
-} // namespace
-
-GDBusConnection* g_bus_get_sync(GBusType, GCancellable*, GError**)
-{
-    return Made<GDBusConnection>();
-}
-
-GDBusProxy* g_dbus_proxy_new_sync(GDBusConnection*, GDBusProxyFlags, GDBusInterfaceInfo*,
-                                  const gchar*, const gchar*, const gchar*, GCancellable*, GError**)
-{
-    return onProxy();
-}
-
-guint g_dbus_connection_signal_subscribe(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                                         const gchar*, const gchar*, GDBusSignalFlags,
-                                         GDBusSignalCallback, gpointer, GDestroyNotify)
-{
-    Call(onSubscribe);
-    return static_cast<guint>(++subscribed);
-}
-
-GVariant* g_dbus_proxy_call_sync(GDBusProxy*, const gchar*, GVariant*, GDBusCallFlags, gint,
-                                 GCancellable*, GError**)
-{
-    return g_variant_ref_sink(g_variant_new("(i)", 7));
-}
-
-int __dlog_print(int, int, const char*, const char* format, ...)
-{
-    Call(onLine, format);
-    return 0;
-}
-
-// The real logger may use all of the room that it has.
-lumo::TCLogger::TCLogger(const TSCodeLocation&)
-{
-    memset(static_cast<void*>(this), 0xA5, 64);
-    Call(onRecord);
-}
-
-lumo::TCLogger::~TCLogger()
-{
-    const auto* bytes = reinterpret_cast<const unsigned char*>(this);
-    if (std::count(bytes, bytes + 64, 0xA5) != 64) {
-        std::abort();
-    }
-}
-
-namespace
-{
-
-/** Runs a scenario in a process of its own: the first connection is made once. */
-void InAProcess(const std::function<void()>& scenario)
-{
-    testing::FLAGS_gtest_death_test_style = "fast";
-    const auto run = [&scenario] {
-        onLine = [](const char* format) { published += strstr(format, "connection=") != nullptr; };
-        scenario();
-        std::exit(testing::Test::HasFailure());
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
-}
-
-/** One connection with its proxy is there, and was published once; all else is gone. */
-void ExpectOneConnection()
-{
-    EXPECT_NE(nullptr, Api::connection);
-    EXPECT_NE(nullptr, Api::proxy);
-    EXPECT_TRUE(Api::m_bDBusConnectionState);
-    EXPECT_EQ(6, subscribed);
-    EXPECT_EQ(2, alive) << "of connection and proxy";
-    EXPECT_EQ(7, GetWooferLevel());
+    return boundary::LogOf([connect] {
+        boundary::beforeLine = nullptr; // not for several threads
+        fake::reply = "(7,)";
+        connect();
+        EXPECT_NE(nullptr, Api::connection);
+        EXPECT_NE(nullptr, Api::proxy);
+        EXPECT_TRUE(Api::m_bDBusConnectionState);
+        EXPECT_EQ(6U, fake::subscriptions.size());
+        EXPECT_EQ(2, fake::use.objects) << "of connection and proxy";
+        EXPECT_EQ(7, GetWooferLevel());
+        exit(testing::Test::HasFailure() ? 1 : 0);
+    });
 }
 
 TEST(FirstConnection, IsNotTakenAwayByAnotherThreadsFailure)
 {
-    InAProcess([] {
-        std::promise<void> entered;
-        std::promise<void> go;
-        std::atomic<bool> first = true;
-        onProxy = [&]() -> GDBusProxy* {
-            if (!first.exchange(false)) {
-                return Made<GDBusProxy>();
+    const std::string log = LogOf([] {
+        static std::promise<void> entered;
+        static std::promise<void> go;
+        boundary::onLine = [first = true](const std::string& line) mutable {
+            if (line.starts_with("proxy") && std::exchange(first, false)) {
+                entered.set_value();
+                go.get_future().wait();
             }
-            entered.set_value();
-            go.get_future().wait();
-            return nullptr;
         };
         auto failing = std::async(std::launch::async, Api::InitDbusConnection);
         entered.get_future().wait();
         EXPECT_EQ(0, Api::InitDbusConnection());
+        fake::proxy = fake::Outcome::failsWithoutError;
         go.set_value();
         EXPECT_EQ(-1, failing.get());
-        ExpectOneConnection();
     });
+    EXPECT_EQ(std::string::npos, log.find("process ends")) << log;
 }
 
 /** Many threads attempt to connect at once. @return how many get an exception */
 int ConnectAllAtOnce()
 {
     constexpr int count = 8;
-    std::latch all(count);
-    onProxy = [&all] {
-        all.arrive_and_wait(); // nobody finds a proxy, all make one
-        return Made<GDBusProxy>();
-    };
-    // The first gives the others every opportunity to go on too early.
-    onSubscribe = [] {
-        EXPECT_EQ(nullptr, Api::proxy); // whoever sees it goes on
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    static std::latch all(count);
+    boundary::onLine = [](const std::string& line) {
+        if (line.starts_with("proxy")) {
+            all.arrive_and_wait(); // nobody finds a proxy, all make one
+        } else if (line.starts_with("subscribe")) {
+            // The first gives the others every opportunity to go on too early.
+            EXPECT_EQ(nullptr, Api::proxy); // whoever sees it goes on
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        }
     };
     std::vector<std::future<void>> threads;
-    threads.reserve(count);
     for (int i = 0; i < count; ++i) {
         threads.push_back(std::async(std::launch::async, [] {
             EXPECT_EQ(0, InitDbusConnection());
-            EXPECT_EQ(6, subscribed);
-            EXPECT_EQ(7, GetWooferLevel());
+            EXPECT_EQ(6U, fake::subscriptions.size());
         }));
     }
     int exceptions = 0;
@@ -173,24 +88,24 @@ int ConnectAllAtOnce()
             ++exceptions;
         }
     }
-    ExpectOneConnection();
     return exceptions;
 }
 
 TEST(FirstConnection, IsPublishedOnceByManyThreadsAndThereWhenAnyGoesOn)
 {
-    InAProcess([] {
-        EXPECT_EQ(0, ConnectAllAtOnce());
-        EXPECT_EQ(1, published) << "lines of a new connection";
-    });
+    const std::string log = LogOf([] { EXPECT_EQ(0, ConnectAllAtOnce()); });
+    const size_t line = log.find("connection=");
+    EXPECT_NE(std::string::npos, line) << log;
+    EXPECT_EQ(std::string::npos, log.find("connection=", line + 1)) << log;
+    EXPECT_EQ(std::string::npos, log.find("process ends")) << log;
 }
 
 TEST(FirstConnection, IsLeftToTheNextWhenTheTraceLibraryThrows)
 {
-    InAProcess([] {
-        std::atomic<int> thrown = 0;
-        onRecord = [&thrown] {
-            if (published > 0 && thrown++ == 0) {
+    const std::string log = LogOf([] {
+        static std::atomic<bool> thrown = false;
+        recorder::onRecord = [](const std::string& message) {
+            if (message.starts_with("connection=") && !thrown.exchange(true)) {
                 EXPECT_EQ(nullptr, Api::connection);
                 EXPECT_FALSE(Api::m_bDBusConnectionState);
                 throw std::runtime_error("no room for a record");
@@ -198,6 +113,7 @@ TEST(FirstConnection, IsLeftToTheNextWhenTheTraceLibraryThrows)
         };
         EXPECT_EQ(1, ConnectAllAtOnce());
     });
+    EXPECT_EQ(std::string::npos, log.find("process ends")) << log;
 }
 
 // Two callbacks with user data of their own: what belongs together is known by its address.
@@ -282,6 +198,7 @@ class Registrations : public testing::TestWithParam<Kind>
 TEST_P(Registrations, AreReplacedAndClearedAsAWholeAndReplacingLosesNoSignal)
 {
     const Kind& kind = GetParam();
+    boundary::kept = false;
     const auto replace = [&kind] {
         kind.set(0);
         kind.set(1);
@@ -299,13 +216,14 @@ INSTANTIATE_TEST_SUITE_P(Of, Registrations, testing::Values(spdif, soundMode, tu
 TEST(Registration, IsTakenAsAWholeBeforeTheBytesAreLogged)
 {
     spdif.set(0);
-    onLine = [](const char* format) {
-        if (strstr(format, "data[") != nullptr) {
+    boundary::kept = true;
+    recorder::onRecord = [](const std::string& message) {
+        if (message.starts_with("data[")) {
             spdif.clear();
         }
     };
     Emit(spdif, 1);
-    onLine = nullptr;
+    recorder::onRecord = nullptr;
     EXPECT_EQ(1, calledOf[0]);
 }
 
