@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
@@ -38,6 +39,9 @@ namespace boundary
 
 /** Whether the log is kept. To keep it takes memory and time. */
 inline bool kept = true;
+
+/** If set, only lines that match this are kept, and those of a scene itself. */
+inline std::string wanted;
 
 /** Called before each line, if set; may write lines of its own. */
 inline void (*beforeLine)() = nullptr;
@@ -58,17 +62,23 @@ void Write(const Parts&... parts)
     if (!kept) {
         return;
     }
-    std::ostringstream line;
-    (line << ... << parts) << "\n";
+    std::ostringstream stream;
+    (stream << ... << parts) << "\n";
+    const std::string line = stream.str();
+    if (line[0] != '>' && line[0] != '=' &&
+        !g_regex_match_simple(wanted.c_str(), line.c_str(), G_REGEX_DEFAULT,
+                              G_REGEX_MATCH_DEFAULT)) {
+        return;
+    }
     {
         const std::lock_guard lock(guard);
-        lines += line.str();
+        lines += line;
         if (output >= 0 && write(output, lines.data(), lines.size()) > 0) {
             lines.clear();
         }
     }
     if (onLine) {
-        onLine(line.str());
+        onLine(line);
     }
 }
 

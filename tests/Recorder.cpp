@@ -12,6 +12,7 @@
 #include <glib.h>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 namespace recorder
@@ -92,8 +93,12 @@ std::string Described(const lumo::TCCallLocation& registered)
         types += (types.empty() ? " | " : " ") + name;
     }
     const auto record = recorder::Record();
-    const std::string message =
-        Named(trace::Message({0, 0, &location, {record.begin(), record.end()}}), true);
+    std::string message;
+    try {
+        message = Named(trace::Message({0, 0, &location, {record.begin(), record.end()}}), true);
+    } catch (const std::runtime_error& error) {
+        message = error.what();
+    }
     return message == point.text ? types : types + ", but its record says: " + message;
 }
 

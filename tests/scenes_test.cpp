@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Plays the scenes of tests/scenes, each in a process of its own: what stands behind > is done, and
-// the other lines are the boundary log that has to come of it.
+// the other lines are the boundary log that has to come of it, cut down to what the scene shows. A
+// result without a line before it stands on the line of its command.
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Requests.h"
@@ -9,6 +10,8 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iomanip>
+#include <regex>
 #include <span>
 #include <stdexcept>
 
@@ -45,7 +48,7 @@ std::string Rest(Words& words)
     std::string text;
     std::getline(words >> std::ws, text);
     for (size_t star = 0; (star = text.find('*')) != std::string::npos;) {
-        const size_t before = text.find_last_of(" ", star) + 1;
+        const size_t before = text.find_last_of(" [", star) + 1;
         const std::string number = text.substr(before, star - before);
         size_t digits = 0;
         std::string numbers = number;
@@ -57,13 +60,23 @@ std::string Rest(Words& words)
     return text;
 }
 
+template <class List>
+std::string Shown(const List& list)
+{
+    std::ostringstream text;
+    for (const auto& member : list) {
+        if constexpr (std::is_convertible_v<decltype(member), int>) {
+            text << ", " << int{member};
+        } else {
+            text << ", " << member;
+        }
+    }
+    return boundary::Folded(text.str().substr(std::min<size_t>(2, text.str().size())));
+}
+
 std::string Shown(const void* data, size_t size)
 {
-    std::string text;
-    for (const unsigned char byte : std::span(static_cast<const unsigned char*>(data), size)) {
-        text += (text.empty() ? "" : ", ") + std::to_string(byte);
-    }
-    return boundary::Folded(text);
+    return Shown(std::span(static_cast<const unsigned char*>(data), size));
 }
 
 std::string Of(const void* user)
@@ -100,9 +113,6 @@ void Emit(Words& words)
     emitted = body.empty() ? nullptr : fake::CountedReply(body);
     fake::Emit(member, emitted);
     Quietly([] { g_clear_pointer(&emitted, g_variant_unref); });
-    if (!fake::use.HoldsNothing()) {
-        Add("the signal is still held");
-    }
 }
 
 fake::Outcome Outcome(Words& words)
@@ -177,11 +187,137 @@ void Register(Words& words)
     }
 }
 
+using Modes = std::list<AudioEffect>;
+using Sids = std::list<std::string>;
+
+Modes ModesOf(Words& words)
+{
+    Modes modes;
+    for (int mode = 0; words >> mode;) {
+        modes.push_back(AudioEffect{mode});
+    }
+    return modes;
+}
+
+template <auto function>
+void Decode(Words& words)
+{
+    const int from = Number(words);
+    Modes modes = ModesOf(words);
+    if constexpr (requires { function(&modes, from); }) {
+        function(&modes, from);
+    } else {
+        function(&modes, ListSoundEffect{from});
+    }
+    Add("= ", Shown(modes));
+}
+
+/** Both forms of a request for a list, with a reply of the scene's own: what it wrote. */
+void GetLevels(Words& words)
+{
+    fake::reply = Rest(words);
+    int levels[200] = {};
+    int* list = levels;
+    int count = 0;
+    Api::GetEqualizerLevel(levels, &count);
+    const std::string method = Shown(std::span(levels, static_cast<size_t>(count) + 1));
+    std::ranges::fill(levels, 0);
+    int exported = 0;
+    GetEqualizerLevel(&list, &exported);
+    Add("= ", count, ": ", method, "; in C ", exported, ": ",
+        Shown(std::span(levels, static_cast<size_t>(exported) + 1)));
+}
+
+void GetSpeakers(Words& words)
+{
+    fake::reply = Rest(words);
+    std::vector<SCLSpkInfo> list(3);
+    static SCLSpkInfo out[ZAV_MAX_SPEAKERS + 1];
+    const int count = Api::GetSCL(list);
+    const int exported = GetSCL(out);
+    Add("= ", count, ": ", Shown(list.data(), list.size() * sizeof *out), "; in C ", exported, ": ",
+        Shown(out, (static_cast<size_t>(std::max(exported, 0)) + 1) * sizeof *out));
+}
+
+void GiveNull(Words& /*words*/)
+{
+    Api::SetEqualizerLevel(nullptr, 5);
+    Api::GetEqualizerLevel(nullptr, requests::levels);
+    Api::GetEqualizerLevel(requests::levels, nullptr);
+    Api::DataReceivedFromSpkViaSPDIF(nullptr, 5);
+    Add("= ", Api::SendDataToCommonTunnelExternal(nullptr, 5));
+    Add("= ", Api::GetCapabilityCommonTunnelExternal({}, nullptr));
+    Add("= ", Api::InitSpeakerManager(nullptr)); // which goes on
+    try {
+        Add("= ", Api::m_HashModelName(nullptr));
+    } catch (const std::logic_error&) {
+        Add("= an exception");
+    }
+}
+
 const std::map<std::string, void (*)(Words&)> kCommands = {
     {"connect", [](Words&) { Quietly([] { Api::InitDbusConnection(); }); }},
     {"bus", [](Words& words) { fake::bus = Outcome(words); }},
     {"proxy", [](Words& words) { fake::proxy = Outcome(words); }},
     {"reply", [](Words& words) { fake::reply = Rest(words); }},
+    {"busy", [](Words&) { fake::lockFailures = 200; }},
+    {"show", [](Words& words) { boundary::wanted = Rest(words); }},
+    {"null", GiveNull},
+    {"levels", GetLevels},
+    {"speakers", GetSpeakers},
+    {"modes-of-mask", Decode<Api::createSoundEffectList>},
+    {"modes-of-selection", Decode<Api::popSoundEffectList>},
+    {"modes-of-bits",
+     [](Words&) {
+         Modes all;
+         for (int bit = 1; bit <= 0x4000; bit <<= 1) {
+             Modes modes;
+             Api::createSoundEffectList(&modes, bit);
+             all.splice(all.end(), modes);
+         }
+         Add("= ", Shown(all));
+     }},
+    {"modes-in-C",
+     [](Words&) {
+         int buffer[4] = {7, 7, 7, 7};
+         int* list = buffer;
+         int count = requests::kUntouched;
+         ::GetModeList(&list, &count);
+         Add("= ", count, ": ", Shown(buffer));
+     }},
+    {"sids",
+     [](Words& words) {
+         Modes modes = ModesOf(words);
+         Sids sids{"SID_OF_BEFORE"};
+         Api::popSIDList(&sids, &modes);
+         Add("= ", Shown(sids));
+     }},
+    {"modes-with-sids",
+     [](Words& words) {
+         Modes modes = ModesOf(words);
+         Sids sids{"SID_OF_BEFORE"};
+         Api::GetModeListwithSID(&modes, &sids);
+         Add("= ", modes.size(), " and ", sids.size());
+     }},
+    {"foreign-flags",
+     [](Words& words) {
+         SpeakerManagerState state = requests::State(104);
+         auto* bytes = reinterpret_cast<unsigned char*>(&state);
+         bytes[40] = static_cast<unsigned char>(Number(words));
+         bytes[41] = static_cast<unsigned char>(Number(words));
+         bytes[42] = bytes[43] = 0xEE; // padding, which is not read
+         Api::InitSpeakerManager(&state);
+         InitSpeakerManager(state);
+     }},
+    {"models",
+     [](Words& words) {
+         std::vector<int> codes;
+         for (std::string name; words >> std::quoted(name);) {
+             codes.push_back(Api::m_HashModelName(name.c_str()));
+         }
+         Add("= ", Shown(codes));
+     }},
+    {"spdif-user", [](Words&) { Add("=", Of(Api::SendDataToSpkViaSPDIF_user_data)); }},
     {"register", Register},
     {"register-all",
      [](Words&) {
@@ -250,8 +386,11 @@ void Play(const Scene& scene)
     Words lines(scene.lines);
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("> ")) {
-            Do(line);
+            Do(line.substr(0, line.find(" = ")));
         }
+    }
+    if (!fake::use.HoldsNothing()) {
+        Add("= something is still held");
     }
 }
 
@@ -262,8 +401,9 @@ public:
 
     void TestBody() override
     {
+        const std::string log = boundary::LogOf([this] { Play(m_scene); });
         EXPECT_PRED_FORMAT2(boundary::SameLog, m_scene.lines,
-                            boundary::LogOf([this] { Play(m_scene); }));
+                            std::regex_replace(log, std::regex("(^|\n)(> .*)\n= "), "$1$2 = "));
     }
 
 private:
