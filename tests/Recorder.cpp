@@ -43,10 +43,13 @@ thread_local std::unique_ptr<unsigned char[]> block; // a guard byte longer than
 thread_local unsigned blockSize = 0;
 thread_local unsigned blockLocation = 0;
 
-void Call(const std::string& call)
+template <class... Parts>
+void Call(const Parts&... parts)
 {
     if (boundary::kept) {
-        point.calls += (point.calls.empty() ? "" : " ") + call;
+        std::ostringstream call;
+        ((call << (point.calls.empty() ? "" : " ")) << ... << parts);
+        point.calls += call.str();
     }
 }
 
@@ -126,11 +129,13 @@ extern "C" int __dlog_print(int log_id, int priority, const char* tag, const cha
 {
     va_list args;
     va_start(args, format);
-    va_list again;
-    va_copy(again, args);
-    const g_autofree char* line = g_strdup_vprintf(format, again);
-    va_end(again);
-    if (boundary::kept) {
+    if (!boundary::kept) {
+        vsnprintf(nullptr, 0, format, args); // reads all that it is to read
+    } else {
+        va_list again;
+        va_copy(again, args);
+        const g_autofree char* line = g_strdup_vprintf(format, again);
+        va_end(again);
         point = {};
         Call("log");
         const bool prefixed = std::string_view(format).starts_with(kPrefix);
@@ -177,8 +182,8 @@ namespace lumo
 TCLogger::TCLogger(const TSCodeLocation& location)
 {
     Call("logger");
-    memset(static_cast<void*>(this), kGuard, sizeof *this); // the real one may use all of its room
     if (boundary::kept) {
+        memset(static_cast<void*>(this), kGuard, sizeof *this); // the real one may use all its room
         Expect(IsOfPoint(location.line, location.file, location.function), "the location");
         if (recorder::onRecord) {
             recorder::onRecord(point.message);
@@ -189,9 +194,10 @@ TCLogger::TCLogger(const TSCodeLocation& location)
 TCLogger::~TCLogger()
 {
     Call("end");
-    const auto* bytes = reinterpret_cast<const unsigned char*>(this);
-    Expect(std::count(bytes, bytes + sizeof *this, kGuard) == sizeof *this, "the logger's room");
     if (boundary::kept) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(this);
+        Expect(std::count(bytes, bytes + sizeof *this, kGuard) == sizeof *this,
+               "the logger's room");
         g_autofree char* text = g_strescape(point.text.c_str(), nullptr); // on one line
         boundary::Add(point.priority, " ", point.function, " > ", text, point.record);
     }
@@ -225,7 +231,7 @@ TCThreadHandle* TCStorage::ThreadHandle()
 unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned payloadSize,
                                             unsigned char flag, unsigned locationId)
 {
-    Call("prepare(" + std::to_string(payloadSize) + ")");
+    Call("prepare(", payloadSize, ")");
     Expect(thread == ThreadHandle() && flag == 1, "the preparation");
     if (recorder::storeIsFull) {
         return nullptr;
