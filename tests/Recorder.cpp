@@ -34,7 +34,8 @@ constexpr unsigned char kGuard = 0xEE;
 struct Point
 {
     int priority = 0;
-    std::string file, function, message, text, record, calls;
+    std::string file, function, message, text, record;
+    bool logging = false; // between the logger's begin and its end
     int line = 0;
 };
 
@@ -42,16 +43,6 @@ thread_local Point point;
 thread_local std::unique_ptr<unsigned char[]> block; // a guard byte longer than the record
 thread_local unsigned blockSize = 0;
 thread_local unsigned blockLocation = 0;
-
-template <class... Parts>
-void Call(const Parts&... parts)
-{
-    if (boundary::kept) {
-        std::ostringstream call;
-        ((call << (point.calls.empty() ? "" : " ")) << ... << parts);
-        point.calls += call.str();
-    }
-}
 
 /** Where no log is kept, the program ends. */
 void Expect(bool holds, const char* what)
@@ -112,11 +103,6 @@ std::span<const unsigned char> recorder::Record()
     return {block.get(), blockSize};
 }
 
-std::string recorder::LastCalls()
-{
-    return point.calls;
-}
-
 /** To an address checker: to define what a shared library defines too is the point of this file. */
 extern "C" const char* __asan_default_options();
 
@@ -137,7 +123,6 @@ extern "C" int __dlog_print(int log_id, int priority, const char* tag, const cha
         const g_autofree char* line = g_strdup_vprintf(format, again);
         va_end(again);
         point = {};
-        Call("log");
         const bool prefixed = std::string_view(format).starts_with(kPrefix);
         Expect(log_id == 0 && std::string_view(tag) == "ZAV_API" && prefixed, "the log call");
         point.priority = priority;
@@ -181,10 +166,10 @@ namespace lumo
 
 TCLogger::TCLogger(const TSCodeLocation& location)
 {
-    Call("logger");
     if (boundary::kept) {
         memset(static_cast<void*>(this), kGuard, sizeof *this); // the real one may use all its room
         Expect(IsOfPoint(location.line, location.file, location.function), "the location");
+        point.logging = true;
         if (recorder::onRecord) {
             recorder::onRecord(point.message);
         }
@@ -193,12 +178,12 @@ TCLogger::TCLogger(const TSCodeLocation& location)
 
 TCLogger::~TCLogger()
 {
-    Call("end");
     if (boundary::kept) {
         const auto* bytes = reinterpret_cast<const unsigned char*>(this);
         Expect(std::count(bytes, bytes + sizeof *this, kGuard) == sizeof *this,
                "the logger's room");
         g_autofree char* text = g_strescape(point.text.c_str(), nullptr); // on one line
+        point.logging = false;
         boundary::Add(point.priority, " ", point.function, " > ", text, point.record);
     }
 }
@@ -207,11 +192,11 @@ TCCallLocation::TCCallLocation() = default;
 
 void TCStorage::SaveLocation(const TCCallLocation& location)
 {
-    Call("save");
     if (boundary::kept) {
         Expect(location.message == point.message &&
                    IsOfPoint(location.line, location.file, location.function) &&
-                   std::ranges::count(location.argKinds, 1) == std::ssize(location.argTypeNames),
+                   std::ranges::count(location.argKinds, 1) == std::ssize(location.argTypeNames) &&
+                   point.logging && TIStorageManagerState::enabled != 0,
                "the registration");
     }
     const std::lock_guard lock(boundary::guard);
@@ -231,8 +216,8 @@ TCThreadHandle* TCStorage::ThreadHandle()
 unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned payloadSize,
                                             unsigned char flag, unsigned locationId)
 {
-    Call("prepare(", payloadSize, ")");
-    Expect(thread == ThreadHandle() && flag == 1, "the preparation");
+    Expect(thread == ThreadHandle() && flag == 1 && (point.logging || !boundary::kept),
+           "the preparation");
     if (recorder::storeIsFull) {
         return nullptr;
     }
@@ -245,7 +230,6 @@ unsigned char* TCStorage::PrepareCallBuffer(TCThreadHandle* thread, unsigned pay
 
 void TCStorage::Commit(TCThreadHandle* thread)
 {
-    Call("commit");
     Expect(thread == ThreadHandle() && block[blockSize] == kGuard, "the record");
     if (boundary::kept) {
         std::unique_lock lock(boundary::guard);

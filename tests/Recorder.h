@@ -30,9 +30,6 @@ extern std::vector<lumo::TCCallLocation> locations;
 /** This thread's last record; its block is of the size that was asked for. */
 std::span<const unsigned char> Record();
 
-/** The calls of this thread's last log point, e.g. "log logger prepare(4) commit end". */
-std::string LastCalls();
-
 } // namespace recorder
 
 #endif

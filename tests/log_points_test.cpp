@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// What a log point hands to the trace library, and how a text is encoded.
-#include "Recorder.h"
+// How a text is encoded in a trace record.
 #include "TraceRecord.h"
-#include "ZAVServiceAPI.h"
 
 #include <gtest/gtest.h>
+#include <string>
 
 namespace
 {
@@ -36,23 +35,6 @@ TEST(TraceText, HasItsLengthInFrontLeastSignificantGroupFirst)
         EXPECT_EQ(prefix + text, Encoded(text.c_str()));
     }
     EXPECT_EQ(16384U + 3, Text::Size(std::string(16384, 'x').c_str()));
-}
-
-TEST(LogPoint, WritesItsLineFirstAndRegistersWhenItIsFirstTraced)
-{
-    const auto calls = [] {
-        ZAVServiceAPI::FiniDbusConnection();
-        return recorder::LastCalls();
-    };
-    TIStorageManagerState::enabled = 0;
-    EXPECT_EQ("log logger end", calls());
-    TIStorageManagerState::enabled = 1;
-    EXPECT_EQ("log logger save prepare(0) commit end", calls());
-    EXPECT_EQ("log logger prepare(0) commit end", calls());
-    recorder::storeIsFull = true;
-    EXPECT_EQ("log logger prepare(0) end", calls());
-    EXPECT_EQ("static void ZAVServiceAPI::FiniDbusConnection()",
-              recorder::locations.back().function);
 }
 
 } // namespace
