@@ -129,7 +129,7 @@ void Quietly(const Call& call)
 }
 
 /**
- * The log of what is done in a process of its own. This one has to be without threads; as long as
+ * The log of what is done in a process of its own, and at its end how that ended, if not well. This one has to be without threads; as long as
  * it never connects, the other one starts without a connection.
  */
 inline std::string LogOf(const std::function<void()>& play)
@@ -144,7 +144,7 @@ inline std::string LogOf(const std::function<void()>& play)
         output = ends[1];
         lines.clear();
         play();
-        exit(0); // the usual way, on which leaks are looked for
+        exit(testing::Test::HasFailure() ? 1 : 0); // the usual way: leaks are looked for
     }
     close(ends[1]);
     std::string log;
