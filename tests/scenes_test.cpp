@@ -216,16 +216,20 @@ void Decode(Words& words)
 void GetLevels(Words& words)
 {
     fake::reply = Rest(words);
-    int levels[200] = {};
+    int levels[200];
     int* list = levels;
-    int count = 0;
+    const auto show = [&levels](int count) {
+        const auto written = static_cast<size_t>(std::max(count, 0));
+        return std::to_string(count) + ": " + Shown(std::span(levels, written + 1));
+    };
+    int count = requests::kUntouched;
+    std::ranges::fill(levels, count);
     Api::GetEqualizerLevel(levels, &count);
-    const std::string method = Shown(std::span(levels, static_cast<size_t>(count) + 1));
-    std::ranges::fill(levels, 0);
-    int exported = 0;
-    GetEqualizerLevel(&list, &exported);
-    Add("= ", count, ": ", method, "; in C ", exported, ": ",
-        Shown(std::span(levels, static_cast<size_t>(exported) + 1)));
+    const std::string method = show(count);
+    count = requests::kUntouched;
+    std::ranges::fill(levels, count);
+    GetEqualizerLevel(&list, &count);
+    Add("= ", method, "; in C ", show(count));
 }
 
 void GetSpeakers(Words& words)
