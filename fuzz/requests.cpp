@@ -1,42 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
 // The operations of the table and the six signals in any order, with values, replies and bodies of
-// right and wrong types: whatever comes, nothing is held afterwards, the service is asked once at
-// the most and only with the lock, what got no answer has the result of its row, and the process
-// ends only where too many bytes have come.
+// right and wrong types, but for those with more bytes than end the process: whatever comes,
+// nothing is held afterwards, the service is asked once at the most and only with the lock, and
+// what got no answer has the result of its row.
 #include "Requests.h"
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Input.h"
 
-#include <csetjmp>
-#include <dlfcn.h>
-
 using requests::Api;
-
-namespace
-{
-
-// ---- Where the process may end, the end is noted and the input goes on
-
-sigjmp_buf afterEnd;
-bool mayEnd = false;
-GVariant* lastChild = nullptr; // what an ended operation leaves behind
-
-} // namespace
-
-void abort() noexcept
-{
-    Demand(mayEnd);
-    siglongjmp(afterEnd, 1);
-}
-
-GVariant* g_variant_get_child_value(GVariant* value, gsize index)
-{
-    static const auto real = reinterpret_cast<GVariant* (*)(GVariant*, gsize)>(
-        dlsym(RTLD_NEXT, "g_variant_get_child_value"));
-    return lastChild = real(value, index);
-}
 
 namespace
 {
@@ -140,21 +113,15 @@ void Signal(Input& input, const Circumstances& met)
 {
     const auto& [member, handler] = fake::subscriptions[input.Byte() % fake::subscriptions.size()];
     const gsize most = member == "notifyZAVCsharpCallback" ? ZAV_MAX_EVENT_DATA : ZAV_SPDIF_BUFFER;
-    mayEnd = met.body != nullptr && LongestBytes(met.body) > most;
-    if (sigsetjmp(afterEnd, 0) == 0) {
+    if (met.body == nullptr || LongestBytes(met.body) <= most) {
         handler(nullptr, nullptr, nullptr, nullptr, nullptr, met.body, nullptr);
     }
 }
 
-/** The way back from an end needs values that were there before: they are parameters. */
 void Ask(const Request& row, Operation call, int value, const Circumstances& met)
 {
-    mayEnd = row.method == "GetSCL" && met.body != nullptr &&
-             LongestBytes(met.body) >= (ZAV_MAX_SPEAKERS + 1) * sizeof(SCLSpkInfo);
-    if (sigsetjmp(afterEnd, 0) != 0) {
-        g_variant_unref(lastChild);
-        g_variant_unref(met.body);
-        fake::FreeLock();
+    if (row.method == "GetSCL" && met.body != nullptr &&
+        LongestBytes(met.body) >= (ZAV_MAX_SPEAKERS + 1) * sizeof(SCLSpkInfo)) {
         return;
     }
     const int result = call(value);
@@ -197,7 +164,6 @@ void Step(Input& input)
         const bool exported = row.exported != nullptr && (input.Byte() & 1) != 0;
         Ask(row, exported ? row.exported : row.call, row.value != 0 ? input.Int() : 0, met);
     }
-    mayEnd = false;
     Demand(fake::use.calls <= 1 && fake::use.callsWithoutLock == 0);
     Api::proxy = proxy;
     g_clear_pointer(&fake::replyValue, g_variant_unref);

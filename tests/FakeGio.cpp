@@ -120,11 +120,6 @@ Function* Real(Function*, const char* name)
 namespace fake
 {
 
-void FreeLock()
-{
-    g_mutex_unlock(lock);
-}
-
 void Emit(std::string_view member, GVariant* parameters)
 {
     const auto found = std::ranges::find(subscriptions, member, &Subscription::member);

@@ -48,9 +48,6 @@ struct Use
 };
 extern Use use;
 
-/** Frees the lock in the place of a request that was cut short. */
-void FreeLock();
-
 struct Subscription
 {
     std::string_view member;
