@@ -66,8 +66,7 @@ void Write(const Parts&... parts)
     (stream << ... << parts) << "\n";
     const std::string line = stream.str();
     if (line[0] != '>' && line[0] != '=' &&
-        !g_regex_match_simple(wanted.c_str(), line.c_str(), G_REGEX_DEFAULT,
-                              G_REGEX_MATCH_DEFAULT)) {
+        !g_regex_match_simple(wanted.c_str(), line.c_str(), G_REGEX_RAW, {})) {
         return;
     }
     {
@@ -111,6 +110,16 @@ inline std::string Folded(const std::string& list)
     return folded;
 }
 
+/** A text with each match replaced; ^ and $ are those of each line. */
+inline std::string Replaced(const std::string& text, const char* pattern, const std::string& by)
+{
+    constexpr auto flags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_MULTILINE);
+    g_autoptr(GRegex) regex = g_regex_new(pattern, flags, {}, nullptr);
+    g_autofree char* replaced =
+        g_regex_replace(regex, text.c_str(), -1, 0, by.c_str(), {}, nullptr);
+    return replaced;
+}
+
 /** The log since the last call of this function. */
 inline std::string Take()
 {
@@ -129,8 +138,9 @@ void Quietly(const Call& call)
 }
 
 /**
- * The log of what is done in a process of its own, and at its end how that ended, if not well. This one has to be without threads; as long as
- * it never connects, the other one starts without a connection.
+ * The log of what is done in a process of its own, and at its end how that ended, if not well. This
+ * one has to be without threads; as long as it never connects, the other one starts without a
+ * connection.
  */
 inline std::string LogOf(const std::function<void()>& play)
 {

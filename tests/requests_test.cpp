@@ -8,11 +8,12 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <set>
 
 namespace
 {
+
+using boundary::Replaced;
 
 constexpr const char* kConnecting = "4 InitDbusConnection > Called\n"
                                     "4 InitDbusConnection > connection=CONNECTION, proxy = PROXY | "
@@ -84,12 +85,6 @@ std::pair<std::string, int> Expected(const Request& row, const Path& path)
             good ? row.result : row.mistyped};
 }
 
-std::string WithoutRecords(const std::string& lines)
-{
-    return std::regex_replace(lines, std::regex("(^|\n)([0-9].*?)( \\| .*)?(?=\n)"),
-                              "$1$2 | no record");
-}
-
 void Meet(const Path& path, Operation call, const Request& row)
 {
     boundary::Add("-- ", path.name);
@@ -123,8 +118,10 @@ TEST_P(EveryRequest, EndsOnEachPathAsItsRowSays)
     std::string expected;
     for (const Path& path : paths) {
         const auto [lines, result] = Expected(row, path);
-        expected += "-- " + path.name + "\n" + (path.recorded ? lines : WithoutRecords(lines)) +
-                    Result(result);
+        expected +=
+            "-- " + path.name + "\n" +
+            (path.recorded ? lines : Replaced(lines, "^([0-9].*?)( \\| .*)?$", "\\1 | no record")) +
+            Result(result);
     }
     EXPECT_PRED_FORMAT2(boundary::SameLog, expected, boundary::LogOf([&] {
                             for (const Path& path : paths) {
@@ -142,11 +139,10 @@ class EveryExport : public testing::TestWithParam<Request>
 std::string ExpectedOfExport(const Request& row, const Path& path, const std::string& connecting)
 {
     const auto [lines, result] = Expected(row, path);
-    const std::string returned =
-        std::regex_replace(row.returned, std::regex("#"), std::to_string(result));
+    const std::string returned = Replaced(row.returned, "#", std::to_string(result));
     const std::string all = row.entry + (row.connects ? connecting : "") + row.sending + lines +
                             returned + Result(result);
-    return "-- " + path.name + "\n" + std::regex_replace(all, std::regex("\\{\\}"), row.name);
+    return "-- " + path.name + "\n" + Replaced(all, "{}", row.name);
 }
 
 TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)

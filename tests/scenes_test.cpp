@@ -11,7 +11,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iomanip>
-#include <regex>
 #include <span>
 #include <stdexcept>
 
@@ -407,7 +406,7 @@ public:
     {
         const std::string log = boundary::LogOf([this] { Play(m_scene); });
         EXPECT_PRED_FORMAT2(boundary::SameLog, m_scene.lines,
-                            std::regex_replace(log, std::regex("(^|\n)(> .*)\n= "), "$1$2 = "));
+                            boundary::Replaced(log, "^(> .*)\n= ", "\\1 = "));
     }
 
 private:
