@@ -81,8 +81,8 @@ int Of(int value)
 
 constexpr int kUntouched = -7; // what is not written to keeps this
 
-constexpr int kBytes = 300;   // to send, at the most
-constexpr int kLevels = 256;  // to send or to receive
+constexpr int kBytes = 300;  // to send, at the most
+constexpr int kLevels = 256; // to send or to receive
 inline unsigned char bytes[kBytes] = {1, 2, 3};
 inline int levels[kLevels] = {1, -2};
 inline int exportedLevels[100]; // all the room that an application has
