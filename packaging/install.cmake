@@ -1,32 +1,20 @@
 # SPDX-License-Identifier: MIT
 #
 # What is installed, in the components `runtime`, `dev`, `tools`, `csharp` and, on request,
-# `standins`; the Debian packages, one for each component; the reference documentation. Everything
-# that is installed can be moved as a whole afterwards.
+# `standins`: a package is made of each (debian/, packaging/zavservice-api.spec). Everything that is
+# installed can be moved as a whole afterwards. And the reference documentation.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# zsh looks for what Debian's packages bring in a folder of its own.
-if(CMAKE_INSTALL_PREFIX STREQUAL /usr AND EXISTS /etc/debian_version)
-    set(zsh_default vendor-completions)
-else()
-    set(zsh_default site-functions)
-endif()
-set(ZAV_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_default}
+set(ZAV_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
     CACHE STRING "where zsh looks for completions")
-
-# Debian's names; the documentation of a component lies under the name of its package.
-set(package_runtime libzavservice-api)
-set(package_dev libzavservice-api-dev)
-set(package_tools zavservice-api-tools)
-set(package_csharp libzavservice-api-cil)
-set(package_standins libzavservice-api-standins)
 
 # ---- runtime
 
 install(TARGETS zavservice-api LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
 install(FILES packaging/org.kelmar.tv.zav.conf
         DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/system.d COMPONENT runtime)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 
 # ---- dev
 
@@ -52,7 +40,7 @@ install(FILES ${PROJECT_BINARY_DIR}/zavservice-api-config.cmake
 install(FILES service/org.kelmar.tv.zav.xml
         DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT dev)
 install(FILES docs/man/zavservice-api.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT dev)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package_dev} COMPONENT dev)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 # ---- tools
 
@@ -73,66 +61,20 @@ install(FILES cli/completion/zsh RENAME _zavctl
 
 # ---- standins: what was built for lack of the platform's own libraries
 
-set(components runtime dev tools)
 foreach(standin platform-log ruvi-lumo)
     get_target_property(is_the_platforms ${standin} IMPORTED)
     if(NOT is_the_platforms)
         install(TARGETS ${standin} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
                 COMPONENT standins EXCLUDE_FROM_ALL)
-        list(APPEND components standins)
     endif()
 endforeach()
-list(REMOVE_DUPLICATES components)
 
 # ---- csharp: the managed binding, as Mono's compiler made it
 
 if(TARGET csharp)
     install(FILES ${PROJECT_BINARY_DIR}/ZavService.dll ${PROJECT_BINARY_DIR}/ZavService.xml
             DESTINATION lib/cli/zavservice-api COMPONENT csharp)
-    list(APPEND components csharp)
 endif()
-
-# ---- Debian packages
-
-foreach(component ${components})
-    set(on_request)
-    if(component STREQUAL standins)
-        set(on_request EXCLUDE_FROM_ALL)
-    endif()
-    install(FILES LICENSE RENAME copyright ${on_request}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package_${component}}
-            COMPONENT ${component})
-    string(TOUPPER ${component} COMPONENT)
-    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package_${component}})
-endforeach()
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "The zavservice-api maintainers")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "control of a television's sound devices through ZAVService")
-set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL ${components})
-set(CPACK_COMPONENTS_GROUPING IGNORE)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-
-# The platform's libraries belong to no package: a dependency on them cannot be written down.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS ${package_standins})
-set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION}), libglib2.0-dev")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${package_runtime} (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_CSHARP_PACKAGE_SECTION cli-mono)
-set(CPACK_DEBIAN_CSHARP_PACKAGE_ARCHITECTURE all)
-set(CPACK_DEBIAN_CSHARP_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_CSHARP_PACKAGE_DEPENDS
-    "${package_runtime} (= ${PROJECT_VERSION}), mono-runtime, libmono-system-core4.0-cil")
-set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
-include(CPack)
 
 # ---- reference documentation
 
