@@ -39,7 +39,7 @@ void ReadSteps(const std::string& file)
 {
     std::istringstream lines(file);
     try {
-        Demand(std::ranges::is_sorted(ReadScenario(lines), {}, &Step::at));
+        Demand(std::ranges::is_sorted(ReadScenario(lines).steps, {}, &Step::at));
     } catch (const std::invalid_argument&) {
     }
 }

@@ -18,28 +18,46 @@ guint Milliseconds(const nlohmann::json& step, const char* key, guint least)
     return value.get<guint>();
 }
 
-Step ReadStep(const std::string& line)
+/** A step whose time stands under this key. */
+Step ReadStep(nlohmann::json line, const char* time)
 {
-    auto step = nlohmann::json::parse(line, nullptr, /*allow_exceptions=*/false);
-    if (!step.is_object() || !step.contains("at") || step.size() != 2U + step.contains("every")) {
+    if (line.size() != 2U + line.contains("every")) {
         throw std::invalid_argument(R"(expected {"at": MILLISECONDS, "VERB": "VALUE"})");
     }
-    const guint at = Milliseconds(step, "at", 0);
-    const guint every = step.contains("every") ? Milliseconds(step, "every", 1) : 0;
-    step.erase("at");
-    step.erase("every");
-    const auto verb = step.begin();
+    const guint at = Milliseconds(line, time, 0);
+    const guint every = line.contains("every") ? Milliseconds(line, "every", 1) : 0;
+    line.erase(time);
+    line.erase("every");
+    const auto verb = line.begin();
     if (!verb->is_string()) {
         throw std::invalid_argument("the value of '" + verb.key() + "' is not a string");
     }
     return {at, every, Control::Parse(verb.key() + " " + verb->get<std::string>())};
 }
 
+void ReadLine(const std::string& text, Scenario& scenario)
+{
+    const auto line = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+    if (line.is_object() && line.contains("at")) {
+        scenario.steps.push_back(ReadStep(line, "at"));
+    } else if (line.is_object() && line.contains("after") && !scenario.calls.empty()) {
+        scenario.calls.back().steps.push_back(ReadStep(line, "after"));
+    } else if (line.is_object() && line.size() == 1 && line.contains("call") &&
+               line["call"].is_string()) {
+        scenario.calls.push_back(
+            {Control::Parse("hang " + line["call"].get<std::string>()).name, {}});
+    } else {
+        throw std::invalid_argument(
+            R"(expected {"at": MILLISECONDS, "VERB": "VALUE"}, or {"call": "METHOD"} and behind it )"
+            R"({"after": MILLISECONDS, "VERB": "VALUE"})");
+    }
+}
+
 } // namespace
 
-std::vector<Step> ReadScenario(std::istream& lines)
+Scenario ReadScenario(std::istream& lines)
 {
-    std::vector<Step> steps;
+    Scenario scenario;
     std::string line;
     for (int number = 1; std::getline(lines, line); ++number) {
         const size_t start = line.find_first_not_of(" \t\r");
@@ -47,11 +65,14 @@ std::vector<Step> ReadScenario(std::istream& lines)
             continue;
         }
         try {
-            steps.push_back(ReadStep(line));
+            ReadLine(line, scenario);
         } catch (const std::invalid_argument& fault) {
             throw std::invalid_argument(std::to_string(number) + ": " + fault.what());
         }
     }
-    std::ranges::stable_sort(steps, {}, &Step::at);
-    return steps;
+    std::ranges::stable_sort(scenario.steps, {}, &Step::at);
+    for (Expected& call : scenario.calls) {
+        std::ranges::stable_sort(call.steps, {}, &Step::at);
+    }
+    return scenario;
 }

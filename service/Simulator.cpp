@@ -79,6 +79,47 @@ void Simulator::Apply(const Control& control)
     }
 }
 
+void Simulator::Play(const Scenario& scenario)
+{
+    for (const Step& step : scenario.steps) {
+        Schedule(step, 0);
+    }
+    for (const Expected& call : scenario.calls) {
+        expected[call.method].push_back(call.steps);
+    }
+}
+
+void Simulator::Schedule(const Step& step, size_t call)
+{
+    Due& one = due.emplace_back(Due{*this, step, call});
+    one.timer = g_timeout_add(
+        step.at,
+        [](gpointer data) -> gboolean {
+            const auto& self = *static_cast<Due*>(data);
+            self.simulator.Happen(self);
+            return G_SOURCE_REMOVE;
+        },
+        &one);
+}
+
+void Simulator::Happen(const Due& one)
+{
+    const auto [simulator, step, number, timer] = one;
+    due.remove_if([&one](const Due& other) { return &other == &one; });
+    if (step.every != 0) {
+        Schedule({step.every, step.every, step.control}, number);
+    }
+    const std::string& verb = step.control.verb;
+    const bool isAnswer = verb.empty() || verb == "reply" || verb == "fail";
+    const auto call = std::ranges::find(open, number, &OpenCall::number);
+    if (number == 0 || !isAnswer) {
+        Apply(step.control);
+    } else if (call != open.end()) {
+        call->fault = {step.at, step.control};
+        Answer(*call);
+    }
+}
+
 void Simulator::Receive(GDBusMethodInvocation* invocation)
 {
     const std::string method = g_dbus_method_invocation_get_method_name(invocation);
@@ -91,22 +132,20 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
     }
 
     OpenCall& call =
-        open.emplace_back(OpenCall{*this, {invocation, g_object_unref}, faults[method]});
+        open.emplace_back(OpenCall{{invocation, g_object_unref}, faults[method], ++received});
     peak = std::max(peak, open.size());
 
-    if (call.fault.instead.verb == "hang") {
+    if (auto& next = expected[method]; !next.empty()) {
+        for (const Step& step : next.front()) {
+            Schedule(step, call.number);
+        }
+        next.pop_front();
+    } else if (call.fault.instead.verb == "hang") {
         Tell(method + " " + Print(args) + " -> hang");
     } else if (call.fault.delay == 0) {
         Answer(call);
     } else {
-        call.timer = g_timeout_add(
-            call.fault.delay,
-            [](gpointer data) -> gboolean {
-                auto& due = *static_cast<OpenCall*>(data);
-                due.simulator.Answer(due);
-                return G_SOURCE_REMOVE;
-            },
-            &call);
+        Schedule({call.fault.delay, 0, call.fault.instead}, call.number);
     }
 }
 
@@ -145,7 +184,6 @@ void Simulator::Answer(OpenCall& call)
         g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                        nullptr);
     }
-    g_clear_handle_id(&call.timer, g_source_remove);
     open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
 
@@ -173,6 +211,9 @@ void Simulator::Reset()
     }
     service = ZavService(service.emit);
     faults.clear();
+    expected.clear();
+    due.remove_if(
+        [](const Due& one) { return one.call != 0 && g_source_remove(one.timer) != FALSE; });
     Clear();
 }
 

@@ -3,7 +3,7 @@
 #ifndef ZAV_SERVICE_SIMULATOR_H
 #define ZAV_SERVICE_SIMULATOR_H
 
-#include "Control.h"
+#include "Scenario.h"
 #include "ZavService.h"
 
 #include <gio/gio.h>
@@ -28,6 +28,9 @@ public:
 
     void Apply(const Control& control);
 
+    /** Does what the scenario says, from now on. */
+    void Play(const Scenario& scenario);
+
 private:
     struct Fault
     {
@@ -37,15 +40,25 @@ private:
 
     struct OpenCall
     {
-        Simulator& simulator;
         std::shared_ptr<GDBusMethodInvocation> invocation;
-        Fault fault; // as set when the call came
+        Fault fault;   // as set when the call came
+        size_t number; // of all calls
+    };
+
+    /** What waits for its time. */
+    struct Due
+    {
+        Simulator& simulator;
+        Step step;
+        size_t call; // the number of the one that it answers, or came of; 0 for none
         guint timer = 0;
     };
 
     /** What a test can want to look back on, in a service that may run for days. */
     static constexpr size_t maxCalls = 1000;
 
+    void Schedule(const Step& step, size_t call);
+    void Happen(const Due& one);
     void Receive(GDBusMethodInvocation* invocation);
     void ReceiveControl(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);
@@ -58,9 +71,12 @@ private:
     bool quiet;
     GMainLoop* loop;
     ZavService service{[this](auto& signal, auto& body) { Emit(signal, body); }};
-    std::map<std::string, Fault> faults; // by method
-    std::deque<Variant> calls;           // method, arguments, sender
-    size_t dropped = 0;                  // of the oldest calls
+    std::map<std::string, Fault> faults;                           // by method
+    std::map<std::string, std::deque<std::vector<Step>>> expected; // by method
+    std::list<Due> due;
+    size_t received = 0;
+    std::deque<Variant> calls; // method, arguments, sender
+    size_t dropped = 0;        // of the oldest calls
     std::list<OpenCall> open;
     size_t peak = 0;
 };

@@ -28,7 +28,7 @@ VALUE is in GVariant's text form, such as 5 or ([byte 0x71, 1], 2, 16): a tuple 
 anything else its only member. A scenario has a JSON object on each line, such as
   {"at": 500, "every": 100, "emit": "SetCbSoundModeChange=(5,)"}
 with milliseconds since ready, perhaps milliseconds until it is done again, and one of delay, fail,
-hang, reply, emit, clear, reset, quit. zav-sim(1) tells more; `zavctl sim` does the same while it
+hang, reply, emit, clear, reset, quit; or what follows a call, as `zavctl scenario` writes it. zav-sim(1) tells more; `zavctl sim` does the same while it
 runs, on the bus of DBUS_SYSTEM_BUS_ADDRESS, else the system bus.
 Exit status: 0 ended by SIGINT, SIGTERM or quit; 1 no bus, bus lost, name taken, or output that
 cannot be written; 2 bad usage.
@@ -37,18 +37,18 @@ cannot be written; 2 bad usage.
 struct Options
 {
     std::vector<Control> faults;
-    std::vector<Step> steps;
+    std::vector<Scenario> scenarios;
     bool quiet = false;
 };
 
-std::vector<Step> ReadScenarioFile(const std::string& path)
+Scenario ReadScenarioFile(const std::string& path)
 try {
     std::ifstream file(path);
-    auto steps = ReadScenario(file);
+    Scenario scenario = ReadScenario(file);
     if (!file.eof()) {
         throw std::invalid_argument(" cannot be read");
     }
-    return steps;
+    return scenario;
 } catch (const std::invalid_argument& fault) {
     throw std::invalid_argument(path + ":" + fault.what());
 }
@@ -72,7 +72,7 @@ void Define(CLI::App& app, Options& options)
     app.add_option_function<std::string>(
            "--scenario",
            [&options](const std::string& path) {
-               std::ranges::move(ReadScenarioFile(path), std::back_inserter(options.steps));
+               options.scenarios.push_back(ReadScenarioFile(path));
            },
            "Do what the file says, when it says so")
         ->type_name("FILE")
@@ -104,19 +104,6 @@ void OwnName(GDBusConnection* connection)
     }
 }
 
-/** A step of the scenario that waits for its time. */
-using DueStep = std::pair<Simulator&, const Step&>;
-
-gboolean Apply(gpointer data)
-{
-    const auto& [simulator, step] = *static_cast<DueStep*>(data);
-    simulator.Apply(step.control);
-    if (step.every != 0) {
-        g_timeout_add(step.every, Apply, data);
-    }
-    return G_SOURCE_REMOVE;
-}
-
 gboolean EndLoop(gpointer loop)
 {
     g_main_loop_quit(static_cast<GMainLoop*>(loop));
@@ -142,9 +129,8 @@ void Run(const Options& options)
         simulator.Apply(fault);
     }
     OwnName(connection);
-    std::list<DueStep> due;
-    for (const Step& step : options.steps) {
-        g_timeout_add(step.at, Apply, &due.emplace_back(DueStep{simulator, step}));
+    for (const Scenario& scenario : options.scenarios) {
+        simulator.Play(scenario);
     }
 
     if (std::cout << "zav-sim: ready" << std::endl) {
