@@ -121,16 +121,29 @@ internal static class Tests
             Output("zavctl", "sim fail " + method);
         Equal("  False: ", zav.GetMode() + " " + zav.GetFeatureSupport() + " " +
               Text(zav.GetSpeakers()));
-
-        // Other code of the process, which knows nothing of the queue.
-        Output("zavctl", "sim hang SetEarcToZav");
-        Task<int> slow = Task.Run(() => Imports.SetEarcToZav(1));
-        // Looked for without clearing, which could take the call away unseen.
-        Equal(true, SpinWait.SpinUntil(() => Output("zavctl", "sim calls") != "", limit), "sent");
-        Received();
-        Equal(-1, zav.GetSpeakerSelection());
         zav.Dispose();
-        Thrown<IOException>(() => ZavService.Connect());
+
+        // Other code of the process, which knows nothing of the queue. Where its request is over
+        // too early, on a machine that is busy, this says nothing: again.
+        Output("zavctl", "sim hang SetEarcToZav");
+        Task<int> slow;
+        string refused;
+        do {
+            zav = ZavService.Connect();
+            Received();
+            slow = Task.Run(() => Imports.SetEarcToZav(1));
+            // Looked for without clearing, which could take the call away unseen.
+            Equal(true, SpinWait.SpinUntil(() => Output("zavctl", "sim calls") != "", limit), "sent");
+            Received();
+            refused = zav.GetSpeakerSelection() + " ";
+            zav.Dispose();
+            try {
+                ZavService.Connect().Dispose();
+            } catch (IOException) {
+                refused += "not connected";
+            }
+        } while (slow.IsCompleted);
+        Equal("-1 not connected", refused);
         Equal("", Received(), "what was refused is not sent");
         Output("zavctl", "sim reset");
         Equal(-1, slow.Result, "the slow request");
