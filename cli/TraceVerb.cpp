@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// `zavctl trace`: shows what a trace store holds.
+// `zavctl trace`: shows what a trace store or a text log holds.
 #include "Steps.h"
+#include "TextLog.h"
 #include "TraceReader.h"
 #include "Verbs.h"
 
@@ -15,9 +16,9 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -33,17 +34,17 @@ namespace
 {
 
 using trace::Record;
+using trace::Source;
+using trace::Thread;
 
 struct
 {
     std::string file;
     bool stat = false;   ///< a summary for each operation
     bool follow = false; ///< go on with the records that come while somebody traces
+    bool plain = false;  ///< without what differs from run to run
     std::string chrome;  ///< where to write a timeline, "" for none
 } options;
-
-/** All that the views know of where records come from: the next in the order of time, or null. */
-using Source = std::function<const Record*()>;
 
 constexpr std::uint64_t kPause = 10'000'000; // ns that a request sleeps after a busy line
 
@@ -145,7 +146,7 @@ private:
  */
 struct Call
 {
-    Call(std::uint32_t caller, const Line& line)
+    Call(const Thread& caller, const Line& line)
         : thread(caller), first(line), exported(line.step == Step::entry), end(line.time)
     {
         if (line.step == Step::connecting || line.step == Step::announced) {
@@ -153,7 +154,7 @@ struct Call
         }
     }
 
-    std::uint32_t thread;
+    Thread thread;
     Line first;
     bool exported;
     std::int64_t end;
@@ -188,12 +189,12 @@ struct Call
 class Calls
 {
 public:
-    Calls(Source source, bool withTexts) : m_next(std::move(source)), m_withTexts(withTexts) {}
+    Calls(Source& source, bool withTexts) : m_source(source), m_withTexts(withTexts) {}
 
     /** The next call that is over, or line outside of calls; those of a thread in their order. */
     std::optional<Call> Next()
     {
-        while (const Record* record = m_next()) {
+        while (const Record* record = m_source.Next()) {
             const Line line = Read(*record);
             const auto current = m_current.find(record->thread);
             if (current != m_current.end() && current->second.Add(line)) {
@@ -223,21 +224,34 @@ private:
                 m_withTexts ? Message(record) : ""};
     }
 
-    Source m_next;
+    Source& m_source;
     bool m_withTexts;
-    std::map<std::uint32_t, Call> m_current; ///< of each thread
+    std::map<Thread, Call> m_current; ///< of each thread
     std::optional<std::int64_t> m_start;
 };
 
 // ---- The records --------------------------------------------------------------------------------
 
-void ShowAsText(const Record& record)
+/** The message, if need be without the digits of its addresses. */
+std::string MessageOf(const Record& record)
 {
-    std::cout << LocalTime(record.time) << ' ' << record.thread << ' '
-              << Printable(record.location->operation + ": " + Message(record)) << '\n';
+    std::string text = Message(record);
+    for (std::size_t at = 0; options.plain && (at = text.find("0x", at)) != std::string::npos;) {
+        at += 2;
+        text.replace(at, text.find_first_not_of("0123456789abcdef", at) - at, "..");
+    }
+    return text;
 }
 
-void ShowAsJson(const Record& record)
+void ShowAsText(const Record& record)
+{
+    if (!options.plain) {
+        std::cout << LocalTime(record.time) << ' ' << record.thread.number << ' ';
+    }
+    std::cout << Printable(record.location->operation + ": " + MessageOf(record)) << '\n';
+}
+
+json ArgumentsOf(const Record& record)
 {
     json arguments = json::array();
     auto type = record.location->arguments.begin();
@@ -246,24 +260,34 @@ void ShowAsJson(const Record& record)
         std::visit([&argument](const auto& plain) { argument = plain; }, value);
         arguments.push_back((type++)->typeName == "bool" ? json(argument != 0) : argument);
     }
-    std::cout << Dump({{"time", std::to_string(record.time)}, // more digits than a double has
-                       {"thread", record.thread},
-                       {"operation", record.location->operation},
-                       {"function", record.location->function},
-                       {"file", record.location->file},
-                       {"line", record.location->line},
-                       {"message", Message(record)},
-                       {"format", record.location->message},
-                       {"arguments", std::move(arguments)}})
-              << '\n';
+    return arguments;
 }
 
-/** @param mayCome tells whether there may be more records later */
-void ShowRecords(const Source& next, const std::function<bool()>& mayCome)
+void ShowAsJson(const Record& record)
+{
+    json line = {{"time", std::to_string(record.time)}, // more digits than a double has
+                 {"process", record.thread.process},
+                 {"thread", record.thread.number},
+                 {"operation", record.location->operation},
+                 {"function", record.location->function},
+                 {"file", record.location->file},
+                 {"line", record.location->line},
+                 {"message", MessageOf(record)},
+                 {"format", record.location->message},
+                 {"arguments", ArgumentsOf(record)}};
+    if (options.plain) {
+        for (const char* varying : {"time", "process", "thread", "arguments"}) {
+            line.erase(varying);
+        }
+    }
+    std::cout << Dump(line) << '\n';
+}
+
+void ShowRecords(Source& source)
 {
     for (bool goesOn = true; goesOn && std::cout;) {
-        goesOn = mayCome(); // asked before the last look
-        while (const Record* record = next()) {
+        goesOn = options.follow && source.IsInUse(); // asked before the last look
+        while (const Record* record = source.Next()) {
             (asJson ? ShowAsJson : ShowAsText)(*record);
         }
         if (goesOn && std::cout.flush()) {
@@ -318,7 +342,7 @@ struct Summary
 };
 
 /** Adds the requests up by operation. */
-void ShowSummaries(const Source& source)
+void ShowSummaries(Source& source)
 {
     std::map<std::string_view, Summary> summaries;
     Calls calls(source, false);
@@ -348,9 +372,9 @@ void ShowSummaries(const Source& source)
 class Timeline
 {
 public:
-    Timeline(std::ostream& out, std::uint32_t process) : m_out(out), m_process(process) {}
+    explicit Timeline(std::ostream& out) : m_out(out) {}
 
-    void Write(const Source& source)
+    void Write(Source& source)
     {
         m_out << "{\"traceEvents\":[";
         Calls calls(source, true);
@@ -359,11 +383,11 @@ public:
             m_threads.insert(m_thread = call->thread);
             Add(*call);
         }
-        for (const std::uint32_t thread : m_threads) {
-            const std::string name = (thread == m_process ? "main thread " : "thread ");
-            m_thread = thread;
+        for (const Thread& thread : m_threads) {
+            const auto& [process, number] = m_thread = thread;
+            const std::string name = (number == process ? "main thread " : "thread ");
             Add("M", m_start,
-                {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(thread)}}}});
+                {{"name", "thread_name"}, {"args", {{"name", name + std::to_string(number)}}}});
         }
         m_out << "],\n\"displayTimeUnit\":\"ms\",\n\"otherData\":"
               << Dump({{"start", LocalTime(m_start)}}) << "}\n";
@@ -373,8 +397,8 @@ private:
     void Add(const char* phase, std::int64_t time, json event)
     {
         event["ph"] = phase;
-        event["pid"] = m_process;
-        event["tid"] = m_thread;
+        event["pid"] = m_thread.process;
+        event["tid"] = m_thread.number;
         event["ts"] = Microseconds(Elapsed(m_start, time));
         m_out << std::exchange(m_separator, ",\n") << Dump(event);
     }
@@ -420,25 +444,30 @@ private:
     }
 
     std::ostream& m_out;
-    const std::uint32_t m_process;
-    std::uint32_t m_thread = 0; ///< whose events are being added
+    Thread m_thread = {}; ///< whose events are being added
     std::int64_t m_start = 0;
-    std::set<std::uint32_t> m_threads;
+    std::set<Thread> m_threads;
     const char* m_separator = "\n";
 };
 
+bool IsStore(const std::string& path)
+{
+    std::uint64_t magic = 0;
+    return std::filesystem::is_regular_file(path) &&
+           std::ifstream(path).read(reinterpret_cast<char*>(&magic), sizeof magic) &&
+           ((magic ^ lumo::format::kMagic) & lumo::format::kMagicOfAny) == 0;
+}
+
 /** It is made anew, but not where a trace is. */
-void WriteTimeline(const Source& source, std::uint32_t process)
+void WriteTimeline(Source& source)
 {
     const std::string& path = options.chrome;
-    std::uint64_t magic = 0;
-    if (std::filesystem::is_regular_file(path) &&
-        std::ifstream(path).read(reinterpret_cast<char*>(&magic), sizeof magic) &&
-        ((magic ^ lumo::format::kMagic) & lumo::format::kMagicOfAny) == 0) {
-        throw Failure(Cause::usage, path + ": is a trace store; the timeline would destroy it");
+    std::error_code error; // of a file that is not there
+    if (IsStore(path) || std::filesystem::equivalent(path, options.file, error)) {
+        throw Failure(Cause::usage, path + ": is a trace; the timeline would destroy it");
     }
     std::ofstream out(path);
-    Timeline(out, process).Write(source);
+    Timeline(out).Write(source);
     out.close();
     if (!out) {
         throw Failure(Cause::failed,
@@ -446,32 +475,45 @@ void WriteTimeline(const Source& source, std::uint32_t process)
     }
 }
 
-void Tell(std::uint64_t count, const char* what)
+std::unique_ptr<Source> Open()
 {
-    if (count > 0) {
-        std::cerr << "zavctl: " << options.file << ": " << count << what << '\n';
+    static std::ifstream file; // stays open as long as its source
+    if (options.file == "-") {
+        return std::make_unique<TextLog>(std::cin);
     }
+    if (IsStore(options.file)) {
+        return std::make_unique<trace::Reader>(options.file);
+    }
+    file = std::ifstream(options.file);
+    if (!file) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    return std::make_unique<TextLog>(file);
 }
 
 void Show()
 try {
-    std::optional<trace::Reader> reader; // each view reads the store for itself
-    const Source next = [&reader] { return reader->Next(); };
-    if (!options.chrome.empty()) {
-        WriteTimeline(next, reader.emplace(options.file).Process());
+    const bool hasTimeline = !options.chrome.empty();
+    const bool hasAnother = !hasTimeline || options.stat || asJson;
+    if (hasTimeline && hasAnother && options.file == "-") {
+        throw Failure(Cause::usage, "standard input can be read once: --chrome or another view");
     }
-    if (options.stat) {
-        reader.emplace(options.file);
-        ShowSummaries(next);
-    } else if (options.chrome.empty() || asJson) {
-        reader.emplace(options.file);
-        ShowRecords(next, [&reader] { return options.follow && reader->IsInUse(); });
+    auto source = Open();
+    if (hasTimeline) {
+        WriteTimeline(*source);
+        source = hasAnother ? Open() : std::move(source); // each view reads for itself
+    }
+    if (hasAnother) {
+        options.stat ? ShowSummaries(*source) : ShowRecords(*source);
     }
     PrintText("");
-    Tell(reader->Dropped(), " records found no room");
-    Tell(reader->Overwritten(), " records gave way to newer ones");
-    if (reader->Damage()) {
-        throw std::runtime_error("damaged: " + *reader->Damage());
+    for (const auto& [count, what] : source->Losses()) {
+        if (count > 0) {
+            std::cerr << "zavctl: " << options.file << ": " << count << ' ' << what << '\n';
+        }
+    }
+    if (const auto damage = source->Damage()) {
+        throw std::runtime_error("damaged: " + *damage);
     }
 } catch (const Failure&) {
     throw;
@@ -481,10 +523,14 @@ try {
 
 Action Trace(CLI::App& verb)
 {
-    verb.add_option("FILE", options.file, "The trace store")->required()->type_name("FILE");
+    verb.add_option("FILE", options.file, "A trace store, or a text log; - for standard input")
+        ->required()
+        ->type_name("FILE");
     verb.add_flag("--stat", options.stat, "A summary for each operation");
     verb.add_option("--chrome", options.chrome, "Write a timeline to this file")->type_name("FILE");
     verb.add_flag("--follow", options.follow, "Go on while the program runs that traces")
+        ->excludes("--stat", "--chrome");
+    verb.add_flag("--plain", options.plain, "Leave out times, threads and addresses")
         ->excludes("--stat", "--chrome");
     return Show;
 }
@@ -492,7 +538,7 @@ Action Trace(CLI::App& verb)
 } // namespace
 
 const Verbs traceVerbs = {
-    {"trace", "Show what a trace store holds", Trace},
+    {"trace", "Show what a trace store or a text log holds", Trace},
 };
 
 } // namespace cli

@@ -89,7 +89,7 @@ std::string Described(const lumo::TCCallLocation& registered)
     const auto record = recorder::Record();
     std::string message;
     try {
-        message = Named(trace::Message({0, 0, &location, {record.begin(), record.end()}}), true);
+        message = Named(trace::Message({0, {}, &location, {record.begin(), record.end()}}), true);
     } catch (const std::runtime_error& error) {
         message = error.what();
     }

@@ -210,16 +210,18 @@ bool Reader::IsInUse() const
     return fcntl(fileno(m_file.get()), F_OFD_GETLK, &whole) == 0 && whole.l_type == F_WRLCK;
 }
 
+/** Records and locations that found no room so far. */
 std::uint64_t Reader::Dropped()
 {
     Read(&m_header.dropped, sizeof m_header.dropped, offsetof(FileHeader, dropped));
     return m_header.dropped + m_unreadable;
 }
 
-std::uint64_t Reader::Overwritten()
+std::vector<std::pair<std::uint64_t, const char*>> Reader::Losses()
 {
     Read(&m_header.overwritten, sizeof m_header.overwritten, offsetof(FileHeader, overwritten));
-    return m_header.overwritten;
+    return {{Dropped(), "records found no room"},
+            {m_header.overwritten, "records gave way to newer ones"}};
 }
 
 void Reader::Damaged(std::uint64_t offset, const std::string& what)
@@ -394,7 +396,10 @@ bool Reader::Advance(Run& run)
             Damaged(raw->offset, "a record does not match the arguments of its location");
         } else {
             const auto time = raw->header.time + static_cast<std::uint64_t>(m_header.clockOffset);
-            run.record = {static_cast<std::int64_t>(time), run.thread, location, raw->payload};
+            run.record = {static_cast<std::int64_t>(time),
+                          {m_header.process, run.thread},
+                          location,
+                          raw->payload};
             return true;
         }
     }

@@ -48,11 +48,20 @@ struct Location
     std::string operation = {}; ///< the plain name of the function, see Operation()
 };
 
+/** The kernel's numbers; 0 for what is not known. */
+struct Thread
+{
+    auto operator<=>(const Thread&) const = default;
+
+    std::uint32_t process;
+    std::uint32_t number;
+};
+
 /** One firing of a log point. */
 struct Record
 {
-    std::int64_t time;        ///< ns since 1970, by the clock as it was set when the store was made
-    std::uint32_t thread;     ///< the kernel's number of the thread
+    std::int64_t time; ///< ns since 1970, by the clock as it was set when the store was made
+    Thread thread;
     const Location* location; ///< belongs to the reader
     Bytes payload;            ///< the arguments' bytes; they match the location's types
 };
@@ -60,30 +69,46 @@ struct Record
 /** An argument's value: a null text, a number (an address is its low half), or a text. */
 using Value = std::variant<std::nullptr_t, std::int64_t, std::string_view>;
 
-class Reader
+/** Where records come from. */
+class Source
 {
 public:
-    /** @throws std::runtime_error when there is no store to read; its text says why, not where */
-    explicit Reader(const std::string& path);
+    virtual ~Source() = default;
 
     /**
      * The records of all threads in the order of time; null when there are no more. A call after
      * that goes on with what has been written meanwhile.
      * @return valid until the next call
+     * @throws std::runtime_error when nothing can be read any more; its text says why and where
      */
-    const Record* Next();
+    virtual const Record* Next() = 0;
 
-    /** Whether a process still traces into the store. */
-    bool IsInUse() const;
+    /** Whether more records may still come. */
+    virtual bool IsInUse() const { return false; }
 
-    std::uint32_t Process() const { return m_header.process; } ///< that made the store
-    std::uint64_t Dropped();     ///< records and locations that found no room so far
-    std::uint64_t Overwritten(); ///< records that gave way to newer ones so far
+    /** What could not be shown so far: how many, and in words what of them. */
+    virtual std::vector<std::pair<std::uint64_t, const char*>> Losses() = 0;
 
     /** The first damage and its place; what is sound is read all the same. */
-    const std::optional<std::string>& Damage() const { return m_damage; }
+    virtual std::optional<std::string> Damage() const { return std::nullopt; }
+};
+
+class Reader : public Source
+{
+public:
+    /** @throws std::runtime_error when there is no store to read; its text says why, not where */
+    explicit Reader(const std::string& path);
+
+    const Record* Next() override;
+
+    /** Whether a process still traces into the store. */
+    bool IsInUse() const override;
+
+    std::vector<std::pair<std::uint64_t, const char*>> Losses() override;
+    std::optional<std::string> Damage() const override { return m_damage; }
 
 private:
+    std::uint64_t Dropped();
     /** A run, of records or of locations, and how far it has been read. */
     struct Run
     {
