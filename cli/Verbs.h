@@ -37,6 +37,7 @@ extern const Verbs watchingVerbs; ///< monitor, wait
 extern const Verbs doctorVerbs;   ///< doctor
 extern const Verbs simVerbs;      ///< sim
 extern const Verbs traceVerbs;    ///< trace
+extern const Verbs scenarioVerbs; ///< scenario
 
 /** Its number and its name, "" for a mode without one. */
 json DescribeMode(int mode);

@@ -73,7 +73,7 @@ void DefineAll(CLI::App& app, Action& chosen)
     app.set_version_flag("--version", "zavctl " ZAVCTL_VERSION);
     app.require_subcommand(1)->fallthrough();
     for (const Verbs* verbs : {&scalarVerbs, &deviceVerbs, &watchingVerbs, &doctorVerbs, &simVerbs,
-                               &traceVerbs, &otherVerbs}) {
+                               &traceVerbs, &scenarioVerbs, &otherVerbs}) {
         for (const Verb& verb : *verbs) {
             Define(app, verb, chosen);
         }
