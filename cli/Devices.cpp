@@ -50,7 +50,7 @@ void ShowLevels()
 {
     const std::vector<int> levels = ReadLevels();
     const auto [lowest, highest] = std::ranges::minmax(levels);
-    const int64_t furthest = std::max<int64_t>({10, highest, -int64_t{lowest}});
+    const auto furthest = std::max<int64_t>({10, highest, -int64_t{lowest}});
     std::vector<Row> rows;
     for (const int level : levels) {
         rows.push_back({rows.size() + 1, level});

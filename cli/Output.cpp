@@ -91,7 +91,7 @@ void PrintJson(const json& data)
 Row Values(const json& object, Row before)
 {
     std::ranges::copy_if(object, std::back_inserter(before),
-                         [](const json& value) { return value != ""; });
+                         [](const json& value) { return value != json(""); });
     return before;
 }
 

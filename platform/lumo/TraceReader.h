@@ -19,6 +19,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <variant>
@@ -51,7 +52,10 @@ struct Location
 /** The kernel's numbers; 0 for what is not known. */
 struct Thread
 {
-    auto operator<=>(const Thread&) const = default;
+    bool operator<(const Thread& other) const
+    {
+        return std::tie(process, number) < std::tie(other.process, other.number);
+    }
 
     std::uint32_t process;
     std::uint32_t number;
