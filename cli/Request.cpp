@@ -5,14 +5,16 @@
 #include "ZAVServiceAPI.h"
 #include "dlog.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <iostream>
-#include <map>
+#include <iterator>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 namespace cli
 {
@@ -25,7 +27,8 @@ namespace
 
 Cause CauseOf(const GError* error)
 {
-    static const std::map<std::pair<GQuark, int>, Cause> causes = {
+    // Made anew each time: GIO's thread may ask until the process is gone.
+    const std::pair<std::pair<GQuark, int>, Cause> causes[] = {
         {{G_IO_ERROR, G_IO_ERROR_CLOSED}, Cause::noBus},
         {{G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED}, Cause::denied},
         {{G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN}, Cause::notRunning},
@@ -34,11 +37,13 @@ Cause CauseOf(const GError* error)
         {{G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED}, Cause::denied},
         {{G_DBUS_ERROR, G_DBUS_ERROR_TIMED_OUT}, Cause::notStarted}, // of the start
     };
-    const auto found = causes.find({error->domain, error->code});
+    const auto key = std::make_pair(error->domain, error->code);
+    const auto* const found =
+        std::ranges::find(causes, key, &std::pair<std::pair<GQuark, int>, Cause>::first);
     const bool ofStart = error->domain == G_DBUS_ERROR &&
                          error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
                          error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
-    return found != causes.end() ? found->second : ofStart ? Cause::notStarted : Cause::refused;
+    return found != std::end(causes) ? found->second : ofStart ? Cause::notStarted : Cause::refused;
 }
 
 Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
