@@ -47,7 +47,7 @@ void Listen()
 
 void PrintUse()
 {
-    const auto entries = [](const char* folder) {
+    const auto entries = [](const char* folder) -> long {
         return std::distance(std::filesystem::directory_iterator(folder), {});
     };
     long resident = 0;
