@@ -6,6 +6,7 @@
 #include "Recording.h"
 #include "Verbs.h"
 
+#include <cstdlib>
 #include <iostream>
 
 namespace cli
@@ -45,7 +46,7 @@ void MakeScenario()
 
 std::string CheckFactor(const std::string& text)
 {
-    const bool isFactor = CheckSeconds(text).empty() && std::stod(text) > 0;
+    const bool isFactor = CheckSeconds(text).empty() && std::strtod(text.c_str(), nullptr) > 0;
     return isFactor ? "" : "'" + text + "' is not a factor";
 }
 
