@@ -65,12 +65,15 @@ bool IsOfPoint(int line, const std::string& file, const std::string& function)
 std::string Named(std::string text, bool low)
 {
     const std::lock_guard lock(boundary::guard);
-    for (const auto& [address, name] : boundary::names) {
-        char hex[32];
-        const auto number = reinterpret_cast<uintptr_t>(address);
-        snprintf(hex, sizeof hex, "0x%zx", low ? uint32_t(number) : size_t{number});
-        if (const size_t place = text.find(hex); place != std::string::npos) {
-            text.replace(place, strlen(hex), name);
+    for (size_t place = 0; (place = text.find("0x", place)) != std::string::npos; ++place) {
+        char* end = nullptr;
+        const uintptr_t number = strtoull(&text[place], &end, 16);
+        const auto named = std::ranges::find_if(boundary::names, [&](const auto& one) {
+            const auto address = reinterpret_cast<uintptr_t>(one.first);
+            return number == (low ? uint32_t(address) : address);
+        });
+        if (named != boundary::names.end()) {
+            text.replace(place, static_cast<size_t>(end - &text[place]), named->second);
         }
     }
     return text;
