@@ -31,7 +31,7 @@ void WaitUntil(const std::string& whom, const std::function<bool()>& holds)
     while (!holds()) {
         if (Now() - start >= Limit()) {
             g_autofree char* seconds = g_strdup_printf("%g", Limit());
-            throw Failure(Cause::noAnswer, whom + " did not answer within " + seconds + " s");
+            throw Failure(Cause::kNoAnswer, whom + " did not answer within " + seconds + " s");
         }
         if (!told && Now() - start >= patience) {
             std::cerr << "zavctl: waiting for " << whom << " ..." << std::endl;

@@ -41,7 +41,7 @@ std::vector<int> ReadLevels()
         },
         Step::returned);
     if (levels.empty()) {
-        throw Failure(Cause::refused, "ZAVService answered without equalizer levels");
+        throw Failure(Cause::kRefused, "ZAVService answered without equalizer levels");
     }
     return levels;
 }
@@ -69,7 +69,7 @@ void SetLevels(const std::vector<int>& levels)
         return true;
     });
     if (ReadLevels() != levels) {
-        throw Failure::For(Cause::refused, "it has other levels than these");
+        throw Failure::For(Cause::kRefused, "it has other levels than these");
     }
     Print({{"levels", levels}}, {});
 }
@@ -92,7 +92,7 @@ Action Speakers(CLI::App& /*verb*/)
             },
             Step::listed);
         if (count < 0) {
-            throw Failure(Cause::refused, "ZAVService answered without speaker records");
+            throw Failure(Cause::kRefused, "ZAVService answered without speaker records");
         }
         json list = json::array();
         std::vector<Row> rows;
@@ -115,7 +115,7 @@ void RequestAcceptance(Call call)
         return EndOfRequest(Step::answered);
     });
     if (accepted == 0) {
-        throw Failure(Cause::refused, "ZAVService did not accept it");
+        throw Failure(Cause::kRefused, "ZAVService did not accept it");
     }
 }
 
@@ -246,7 +246,7 @@ Action Model(CLI::App& verb)
     return [] {
         const int code = Api::m_HashModelName(name.c_str());
         if (code == MODEL_NAME_UNKNOWN) {
-            throw Failure(Cause::failed, "no device model is called '" + name + "'");
+            throw Failure(Cause::kFailed, "no device model is called '" + name + "'");
         }
         Print({{"model", name}, {"code", code}}, {{code}});
     };
@@ -254,7 +254,7 @@ Action Model(CLI::App& verb)
 
 } // namespace
 
-const Verbs deviceVerbs = {
+const Verbs kDeviceVerbs = {
     {"equalizer", "Show the equalizer levels, or set them", Equalizer},
     {"speakers", "List the networked speakers", Speakers},
     {"tunnel", "Talk to external devices through the tunnel"},

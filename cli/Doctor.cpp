@@ -41,14 +41,14 @@ std::string AskAboutService(const char* method)
 
 std::string RemedyFor(const Cause& cause)
 {
-    if (cause == Cause::noBus) {
+    if (cause == Cause::kNoBus) {
         return std::getenv("DBUS_SYSTEM_BUS_ADDRESS") == nullptr ? "systemctl start dbus"
                                                                  : "unset DBUS_SYSTEM_BUS_ADDRESS";
     }
-    if (cause == Cause::noAnswer) { // whatever started it does so again
+    if (cause == Cause::kNoAnswer) { // whatever started it does so again
         return "kill " + AskAboutService("GetConnectionUnixProcessID") + " && zavctl wait --ready";
     }
-    return cause == Cause::notRunning ? "zav-sim &" : kInstall;
+    return cause == Cause::kNotRunning ? "zav-sim &" : kInstall;
 }
 
 Finding CheckBus()
@@ -68,7 +68,7 @@ Finding CheckService()
         return {"ok", "process " + AskAboutService("GetConnectionUnixProcessID") + " of user " +
                           AskAboutService("GetConnectionUnixUser")};
     } catch (const Failure& failure) {
-        if (failure.cause != Cause::notRunning || !g_strv_contains(activatable, kService)) {
+        if (failure.cause != Cause::kNotRunning || !g_strv_contains(activatable, kService)) {
             throw;
         }
         return {"warn", "not running; the bus starts it on the first request", "zavctl get ready"};
@@ -92,7 +92,7 @@ Finding CheckProperties()
         return {"ok", "GetAll is answered"};
     }
     return {"warn", "GetAll, for which connecting waits, took " + std::to_string(seconds) + " s",
-            RemedyFor(Cause::noAnswer)};
+            RemedyFor(Cause::kNoAnswer)};
 }
 
 std::string Signature(GDBusArgInfo** arguments)
@@ -220,7 +220,7 @@ constexpr struct
     const char* name;
     Finding (*run)();
     const char* needs = "";
-} checks[] = {
+} kChecks[] = {
     {"bus", CheckBus},
     {"service", CheckService, "bus"},
     {"access", CheckAccess, "service"},
@@ -251,7 +251,7 @@ Action Doctor(CLI::App& /*verb*/)
         std::vector<Row> rows;
         std::string failed;
         std::set<std::string> passed{""};
-        for (const auto& [name, run, needs] : checks) {
+        for (const auto& [name, run, needs] : kChecks) {
             if (!passed.contains(needs)) {
                 continue;
             }
@@ -270,13 +270,13 @@ Action Doctor(CLI::App& /*verb*/)
         }
         PrintOrThrow({{"checks", list}}, rows,
                      failed.empty() ? std::nullopt
-                                    : std::optional(Failure(Cause::failed, "failed:" + failed)));
+                                    : std::optional(Failure(Cause::kFailed, "failed:" + failed)));
     };
 }
 
 } // namespace
 
-const Verbs doctorVerbs = {
+const Verbs kDoctorVerbs = {
     {"doctor", "Check bus, service and library, with remedies", Doctor},
 };
 

@@ -20,26 +20,26 @@ struct Cause
     std::string_view key;
     std::string_view meaning;
 
-    static const Cause refused, failed, usage, noAnswer, notRunning, notStarted, noBus, denied,
-        busy;
+    static const Cause kRefused, kFailed, kUsage, kNoAnswer, kNotRunning, kNotStarted, kNoBus,
+        kDenied, kBusy;
 
     bool operator==(const Cause&) const = default;
 };
 
-inline constexpr Cause Cause::refused{1, "refused", "ZAVService refused the request"};
-inline constexpr Cause Cause::failed{1, "failed", "a check of zavctl's own failed"};
-inline constexpr Cause Cause::usage{2, "usage", "bad usage"};
-inline constexpr Cause Cause::noAnswer{3, "no-answer", "no answer in time"};
-inline constexpr Cause Cause::notRunning{4, "not-running", "ZAVService is not running"};
-inline constexpr Cause Cause::notStarted{4, "not-started", "the bus could not start ZAVService"};
-inline constexpr Cause Cause::noBus{5, "no-bus", "no system bus"};
-inline constexpr Cause Cause::denied{5, "denied", "the bus denies access"};
-inline constexpr Cause Cause::busy{6, "busy",
-                                   "other requests keep the connection to ZAVService busy"};
+inline constexpr Cause Cause::kRefused{1, "refused", "ZAVService refused the request"};
+inline constexpr Cause Cause::kFailed{1, "failed", "a check of zavctl's own failed"};
+inline constexpr Cause Cause::kUsage{2, "usage", "bad usage"};
+inline constexpr Cause Cause::kNoAnswer{3, "no-answer", "no answer in time"};
+inline constexpr Cause Cause::kNotRunning{4, "not-running", "ZAVService is not running"};
+inline constexpr Cause Cause::kNotStarted{4, "not-started", "the bus could not start ZAVService"};
+inline constexpr Cause Cause::kNoBus{5, "no-bus", "no system bus"};
+inline constexpr Cause Cause::kDenied{5, "denied", "the bus denies access"};
+inline constexpr Cause Cause::kBusy{6, "busy",
+                                    "other requests keep the connection to ZAVService busy"};
 
-inline constexpr Cause kCauses[] = {Cause::refused,  Cause::failed,     Cause::usage,
-                                    Cause::noAnswer, Cause::notRunning, Cause::notStarted,
-                                    Cause::noBus,    Cause::denied,     Cause::busy};
+inline constexpr Cause kCauses[] = {Cause::kRefused,  Cause::kFailed,     Cause::kUsage,
+                                    Cause::kNoAnswer, Cause::kNotRunning, Cause::kNotStarted,
+                                    Cause::kNoBus,    Cause::kDenied,     Cause::kBusy};
 
 struct Failure : std::runtime_error
 {

@@ -78,7 +78,7 @@ std::string Dump(const json& data)
 void PrintText(const std::string& text)
 {
     if (!(std::cout << text << std::flush)) {
-        throw Failure(Cause::failed,
+        throw Failure(Cause::kFailed,
                       std::string("standard output cannot be written: ") + std::strerror(errno));
     }
 }

@@ -29,13 +29,13 @@ Cause CauseOf(const GError* error)
 {
     // Made anew each time: GIO's thread may ask until the process is gone.
     const std::pair<std::pair<GQuark, int>, Cause> causes[] = {
-        {{G_IO_ERROR, G_IO_ERROR_CLOSED}, Cause::noBus},
-        {{G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED}, Cause::denied},
-        {{G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN}, Cause::notRunning},
-        {{G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER}, Cause::notRunning},
-        {{G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY}, Cause::noAnswer},
-        {{G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED}, Cause::denied},
-        {{G_DBUS_ERROR, G_DBUS_ERROR_TIMED_OUT}, Cause::notStarted}, // of the start
+        {{G_IO_ERROR, G_IO_ERROR_CLOSED}, Cause::kNoBus},
+        {{G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED}, Cause::kDenied},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN}, Cause::kNotRunning},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER}, Cause::kNotRunning},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY}, Cause::kNoAnswer},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED}, Cause::kDenied},
+        {{G_DBUS_ERROR, G_DBUS_ERROR_TIMED_OUT}, Cause::kNotStarted}, // of the start
     };
     const auto key = std::make_pair(error->domain, error->code);
     const auto* const found =
@@ -43,7 +43,9 @@ Cause CauseOf(const GError* error)
     const bool ofStart = error->domain == G_DBUS_ERROR &&
                          error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
                          error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
-    return found != std::end(causes) ? found->second : ofStart ? Cause::notStarted : Cause::refused;
+    return found != std::end(causes) ? found->second
+           : ofStart                 ? Cause::kNotStarted
+                                     : Cause::kRefused;
 }
 
 Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
@@ -51,10 +53,10 @@ Failure FailureOf(GError* error, std::optional<Cause> known = std::nullopt)
     const Cause cause = known.value_or(CauseOf(error));
     g_autofree char* name = g_dbus_error_get_remote_error(error);
     g_dbus_error_strip_remote_error(error);
-    if (cause == Cause::notRunning) {
+    if (cause == Cause::kNotRunning) {
         return Failure::For(cause);
     }
-    const bool named = cause == Cause::refused && name != nullptr;
+    const bool named = cause == Cause::kRefused && name != nullptr;
     return Failure::For(cause, (named ? std::string(name) + ": " : "") + error->message);
 }
 
@@ -89,7 +91,7 @@ GDBusMessage* Watch(GDBusConnection* /*bus*/, GDBusMessage* message, gboolean in
         g_dbus_message_to_gerror(message, &error);
         // Only the bus speaks of the bus: a service that answers "AccessDenied" has refused.
         const bool fromBus = g_strcmp0(g_dbus_message_get_sender(message), kBusService) == 0;
-        lastCall.failure = fromBus ? FailureOf(error) : FailureOf(error, Cause::refused);
+        lastCall.failure = fromBus ? FailureOf(error) : FailureOf(error, Cause::kRefused);
     }
     return message;
 }
@@ -108,7 +110,7 @@ GDBusConnection* OpenBus()
     g_autoptr(GError) error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {
-        throw FailureOf(error, Cause::noBus);
+        throw FailureOf(error, Cause::kNoBus);
     }
     // Left to itself, GIO ends a process that loses the bus by SIGTERM, and without a word.
     g_dbus_connection_set_exit_on_close(bus, FALSE);
@@ -127,7 +129,8 @@ bool ConnectLibrary()
     if (ZAVServiceAPI::InitDbusConnection() != 0) {
         ThrowLastFailure();
         const Line* line = Find(Step::notConnected);
-        throw Failure::For(Cause::noBus, line == nullptr ? "the library says no more" : line->text);
+        throw Failure::For(Cause::kNoBus,
+                           line == nullptr ? "the library says no more" : line->text);
     }
     return true;
 }
@@ -149,18 +152,18 @@ void Connect()
 int EndOfRequest(Step proof)
 {
     if (Find(Step::gaveUp) != nullptr) {
-        throw Failure::For(Cause::busy);
+        throw Failure::For(Cause::kBusy);
     }
     if (Find(Step::noAnswer) != nullptr) {
         ThrowLastFailure();
         if (g_dbus_connection_is_closed(Bus()) != FALSE) {
-            throw Failure::For(Cause::noBus, "it has gone");
+            throw Failure::For(Cause::kNoBus, "it has gone");
         }
-        throw Failure(Cause::noAnswer, "ZAVService did not answer within 5 s");
+        throw Failure(Cause::kNoAnswer, "ZAVService did not answer within 5 s");
     }
     if (Find(proof) == nullptr) {
-        throw Failure(Cause::failed, "the library's log does not say what became of the request: "
-                                     "library and zavctl do not fit together");
+        throw Failure(Cause::kFailed, "the library's log does not say what became of the request: "
+                                      "library and zavctl do not fit together");
     }
     int number = 0;
     if (const Line* answer = Find(Step::answered)) {
@@ -196,7 +199,7 @@ void Touch(const char* interface, const char* method, GVariant* arguments)
 try {
     CallBus(kService, kPath, interface, method, arguments);
 } catch (const Failure& failure) {
-    if (failure.cause != Cause::refused) {
+    if (failure.cause != Cause::kRefused) {
         throw;
     }
 }

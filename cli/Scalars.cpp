@@ -34,7 +34,7 @@ constexpr struct Scalar
     const char* help;
     json (*get)();
     int (*set)(int);
-} scalars[] = {
+} kScalars[] = {
     {"mode", "sound mode, by number or name", Read<Api::GetMode>, SetMode},
     {"woofer-level", "level of the sub-woofer", Read<Api::GetWooferLevel>, Api::SetWooferLevel},
     {"woofer-state", "state of the woofer", Read<Api::GetWooferState>, nullptr},
@@ -59,14 +59,14 @@ constexpr struct Mode
 {
     int mode;
     std::string_view name;
-} modes[] = {
+} kModes[] = {
 #include "Modes.inc"
 };
 
 std::vector<std::string> Names(bool toSet)
 {
     std::vector<std::string> names;
-    for (const Scalar& scalar : scalars) {
+    for (const Scalar& scalar : kScalars) {
         if (toSet ? scalar.set != nullptr : scalar.get != nullptr) {
             names.emplace_back(scalar.name);
         }
@@ -81,7 +81,7 @@ json Describe(std::string_view name, const json& value)
 
 json Ask(const std::string& name)
 {
-    return Describe(name, Request(std::ranges::find(scalars, name, &Scalar::name)->get));
+    return Describe(name, Request(std::ranges::find(kScalars, name, &Scalar::name)->get));
 }
 
 Action Get(CLI::App& verb)
@@ -102,10 +102,10 @@ Action Set(CLI::App& verb)
     verb.add_option("VALUE", text, "What to")->required();
     return [] {
         const int value = name == "mode" ? ParseMode(text) : ParseNumber(text);
-        const auto* scalar = std::ranges::find(scalars, name, &Scalar::name);
+        const auto* scalar = std::ranges::find(kScalars, name, &Scalar::name);
         const int result = Request([set = scalar->set, value] { return set(value); });
         if (result < 0) {
-            throw Failure::For(Cause::refused,
+            throw Failure::For(Cause::kRefused,
                                name + " " + text + " (result " + std::to_string(result) + ")");
         }
         json data = Describe(name, value);
@@ -122,8 +122,8 @@ Action Status(CLI::App& /*verb*/)
         std::optional<Failure> failure; // of a value; the others are shown none the less
         for (const std::string& name : Names(false)) {
             // Only a value that was refused or late by itself says nothing of the next.
-            if (abandoned || (failure && failure->cause != Cause::refused &&
-                              failure->cause != Cause::noAnswer)) {
+            if (abandoned || (failure && failure->cause != Cause::kRefused &&
+                              failure->cause != Cause::kNoAnswer)) {
                 break;
             }
             json found = {{name, nullptr}};
@@ -165,7 +165,7 @@ Action Modes(CLI::App& verb)
 
 } // namespace
 
-const Verbs scalarVerbs = {
+const Verbs kScalarVerbs = {
     {"get", "Show one value", Get},
     {"set", "Set one value", Set},
     {"status", "Show all values", Status},
@@ -177,8 +177,8 @@ int ParseNumber(const std::string& text, int least, int most)
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 0);
     if (text.empty() || *end != '\0' || value < least || value > most) {
-        throw Failure(Cause::usage, "'" + text + "' is not a whole number from " +
-                                        std::to_string(least) + " to " + std::to_string(most));
+        throw Failure(Cause::kUsage, "'" + text + "' is not a whole number from " +
+                                         std::to_string(least) + " to " + std::to_string(most));
     }
     return static_cast<int>(value);
 }
@@ -205,8 +205,8 @@ std::string CheckSeconds(const std::string& text)
 
 json DescribeMode(int mode)
 {
-    const auto* found = std::ranges::find(modes, mode, &Mode::mode);
-    return {{"mode", mode}, {"mode-name", found == std::end(modes) ? "" : found->name}};
+    const auto* found = std::ranges::find(kModes, mode, &Mode::mode);
+    return {{"mode", mode}, {"mode-name", found == std::end(kModes) ? "" : found->name}};
 }
 
 int ParseMode(const std::string& text)
@@ -214,22 +214,22 @@ int ParseMode(const std::string& text)
     std::string name = text;
     std::ranges::transform(name, name.begin(),
                            [](char c) { return c == '-' ? '_' : g_ascii_toupper(c); });
-    const auto* found = std::ranges::find(modes, name, &Mode::name);
-    if (found == std::end(modes) && !WholeNumber()(text).empty()) {
+    const auto* found = std::ranges::find(kModes, name, &Mode::name);
+    if (found == std::end(kModes) && !WholeNumber()(text).empty()) {
         std::string names;
-        for (const Mode& row : modes) {
+        for (const Mode& row : kModes) {
             names += (names.empty() ? "" : ", ") + std::string(row.name);
         }
-        throw Failure(Cause::usage,
+        throw Failure(Cause::kUsage,
                       "there is no mode '" + text + "'; it is a number, or one of " + names);
     }
-    return found == std::end(modes) ? ParseNumber(text) : found->mode;
+    return found == std::end(kModes) ? ParseNumber(text) : found->mode;
 }
 
 std::vector<Row> ScalarTable()
 {
     std::vector<Row> rows;
-    for (const auto& [name, help, get, set] : scalars) {
+    for (const auto& [name, help, get, set] : kScalars) {
         const std::string access{get != nullptr ? 'r' : '-', set != nullptr ? 'w' : '-'};
         rows.push_back({"", name, access, help});
     }

@@ -40,7 +40,7 @@ void MakeScenario()
                   << " message(s) of another version of the service were left out\n";
     }
     if (!fault.empty()) {
-        throw Failure(Cause::failed, file + ": " + fault);
+        throw Failure(Cause::kFailed, file + ": " + fault);
     }
 }
 
@@ -69,7 +69,7 @@ Action Scenario(CLI::App& verb)
 
 } // namespace
 
-const Verbs scenarioVerbs = {
+const Verbs kScenarioVerbs = {
     {"scenario", "Make a scenario for zav-sim of a recorded session", Scenario},
 };
 

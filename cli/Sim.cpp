@@ -64,7 +64,7 @@ Action Calls(CLI::App& /*verb*/)
 
 } // namespace
 
-const Verbs simVerbs = {
+const Verbs kSimVerbs = {
     {"sim", "Tell the simulated service how to behave"},
     {"sim delay", "Answer a method after so many milliseconds", Tell},
     {"sim fail", "Answer a method with a D-Bus error", Tell},

@@ -90,7 +90,7 @@ struct Line
 struct Request
 {
     explicit Request(const Line& line)
-        : first(line), end(line.time), outcome(line.step), last(line.step)
+        : first(line), end(line.time), outcome(line.step), m_last(line.step)
     {
     }
 
@@ -108,12 +108,12 @@ struct Request
     {
         const Step step = line.step;
         const bool item = step == Step::line || step == Step::listed;
-        if (step < last || (step == last && step != Step::waiting && !item)) {
+        if (step < m_last || (step == m_last && step != Step::waiting && !item)) {
             // The line belongs to a request whose announcement is not in the trace.
-            last = Step::over;
+            m_last = Step::over;
             return false;
         }
-        last = step;
+        m_last = step;
         end = line.time;
         if (step == Step::waiting) {
             firstWait = waits++ == 0 ? line.time : firstWait;
@@ -137,7 +137,7 @@ struct Request
     }
 
 private:
-    Step last;
+    Step m_last;
 };
 
 /**
@@ -464,13 +464,13 @@ void WriteTimeline(Source& source)
     const std::string& path = options.chrome;
     std::error_code error; // of a file that is not there
     if (IsStore(path) || std::filesystem::equivalent(path, options.file, error)) {
-        throw Failure(Cause::usage, path + ": is a trace; the timeline would destroy it");
+        throw Failure(Cause::kUsage, path + ": is a trace; the timeline would destroy it");
     }
     std::ofstream out(path);
     Timeline(out).Write(source);
     out.close();
     if (!out) {
-        throw Failure(Cause::failed,
+        throw Failure(Cause::kFailed,
                       path + ": cannot be written: " + std::generic_category().message(errno));
     }
 }
@@ -496,7 +496,7 @@ try {
     const bool hasTimeline = !options.chrome.empty();
     const bool hasAnother = !hasTimeline || options.stat || asJson;
     if (hasTimeline && hasAnother && options.file == "-") {
-        throw Failure(Cause::usage, "standard input can be read once: --chrome or another view");
+        throw Failure(Cause::kUsage, "standard input can be read once: --chrome or another view");
     }
     auto source = Open();
     if (hasTimeline) {
@@ -518,7 +518,7 @@ try {
 } catch (const Failure&) {
     throw;
 } catch (const std::exception& error) {
-    throw Failure(Cause::failed, options.file + ": " + error.what());
+    throw Failure(Cause::kFailed, options.file + ": " + error.what());
 }
 
 Action Trace(CLI::App& verb)
@@ -537,7 +537,7 @@ Action Trace(CLI::App& verb)
 
 } // namespace
 
-const Verbs traceVerbs = {
+const Verbs kTraceVerbs = {
     {"trace", "Show what a trace store or a text log holds", Trace},
 };
 

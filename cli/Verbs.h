@@ -31,13 +31,13 @@ struct Verb
 
 using Verbs = std::vector<Verb>;
 
-extern const Verbs scalarVerbs;   ///< get, set, status, modes
-extern const Verbs deviceVerbs;   ///< equalizer, speakers, tunnel, spdif, init-manager, model
-extern const Verbs watchingVerbs; ///< monitor, wait
-extern const Verbs doctorVerbs;   ///< doctor
-extern const Verbs simVerbs;      ///< sim
-extern const Verbs traceVerbs;    ///< trace
-extern const Verbs scenarioVerbs; ///< scenario
+extern const Verbs kScalarVerbs;   ///< get, set, status, modes
+extern const Verbs kDeviceVerbs;   ///< equalizer, speakers, tunnel, spdif, init-manager, model
+extern const Verbs kWatchingVerbs; ///< monitor, wait
+extern const Verbs kDoctorVerbs;   ///< doctor
+extern const Verbs kSimVerbs;      ///< sim
+extern const Verbs kTraceVerbs;    ///< trace
+extern const Verbs kScenarioVerbs; ///< scenario
 
 /** Its number and its name, "" for a mode without one. */
 json DescribeMode(int mode);

@@ -95,7 +95,7 @@ void Listen(commonTunnel_external_id_e id)
     Api::ExtSpkSetSoundModeChangedCb(OnMode, nullptr);
     Api::SetDataReceivedFromCommonTunnelExternalcb(id, OnTunnelStatus, OnTunnelData, &monitor);
     if (!Api::SubscribeZAVCSharpCallback(OnManagedEvent)) {
-        throw Failure::For(Cause::busy);
+        throw Failure::For(Cause::kBusy);
     }
     g_bus_watch_name_on_connection(
         Bus(), kService, G_BUS_NAME_WATCHER_FLAGS_NONE,
@@ -153,7 +153,7 @@ Action Monitor(CLI::App& verb)
         while (!monitor.ended && !late && !monitor.failure) {
             g_main_context_iteration(nullptr, TRUE);
             if (g_dbus_connection_is_closed(Bus()) != FALSE) {
-                throw Failure::For(Cause::noBus, "it has gone");
+                throw Failure::For(Cause::kNoBus, "it has gone");
             }
             logged.clear(); // this may go on for long
         }
@@ -161,7 +161,7 @@ Action Monitor(CLI::App& verb)
             throw Failure(*monitor.failure);
         }
         if (late && monitor.count > 0) {
-            throw Failure(Cause::noAnswer, "fewer events came in time than were asked for");
+            throw Failure(Cause::kNoAnswer, "fewer events came in time than were asked for");
         }
     };
 }
@@ -179,9 +179,9 @@ try {
     return Request(Api::IsZAVReady) > 0;
 } catch (const Failure& failure) {
     if (abandoned) { // within what was left of the time
-        throw Failure(Cause::noAnswer, "ZAVService did not answer in time");
+        throw Failure(Cause::kNoAnswer, "ZAVService did not answer in time");
     }
-    if (failure.cause == Cause::noBus || failure.cause == Cause::denied) {
+    if (failure.cause == Cause::kNoBus || failure.cause == Cause::kDenied) {
         throw;
     }
     return false;
@@ -202,8 +202,8 @@ Action WaitForService(CLI::App& verb)
         };
         for (bool running = false; !isThere(running); g_usleep(G_USEC_PER_SEC / 10)) {
             if (Now() >= end) {
-                throw running ? Failure(Cause::noAnswer, "ZAVService was not ready in time")
-                              : Failure(Cause::notRunning, "ZAVService did not come up in time");
+                throw running ? Failure(Cause::kNoAnswer, "ZAVService was not ready in time")
+                              : Failure(Cause::kNotRunning, "ZAVService did not come up in time");
             }
         }
         Print({{"running", true}}, {});
@@ -212,7 +212,7 @@ Action WaitForService(CLI::App& verb)
 
 } // namespace
 
-const Verbs watchingVerbs = {
+const Verbs kWatchingVerbs = {
     {"monitor", "Print the service's events as they come", Monitor},
     {"wait", "Wait for the service, without starting it", WaitForService},
 };

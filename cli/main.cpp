@@ -13,15 +13,15 @@ namespace cli
 namespace
 {
 
-const std::map<std::string, const char*> completionScripts = {
+const std::map<std::string, const char*> kCompletionScripts = {
 #include "Completions.inc"
 };
 
 Action Completion(CLI::App& verb)
 {
     static std::string shell;
-    verb.add_option("SHELL", shell, "Which")->required()->check(CLI::IsMember(&completionScripts));
-    return [] { PrintText(completionScripts.at(shell)); };
+    verb.add_option("SHELL", shell, "Which")->required()->check(CLI::IsMember(&kCompletionScripts));
+    return [] { PrintText(kCompletionScripts.at(shell)); };
 }
 
 Action Help(CLI::App& verb)
@@ -34,7 +34,7 @@ Action Help(CLI::App& verb)
     };
 }
 
-const Verbs otherVerbs = {
+const Verbs kOtherVerbs = {
     {"completion", "Print the completion script of a shell", Completion},
     {"help", "Describe a verb", Help},
 };
@@ -72,8 +72,8 @@ void DefineAll(CLI::App& app, Action& chosen)
         ->type_name("SECONDS");
     app.set_version_flag("--version", "zavctl " ZAVCTL_VERSION);
     app.require_subcommand(1)->fallthrough();
-    for (const Verbs* verbs : {&scalarVerbs, &deviceVerbs, &watchingVerbs, &doctorVerbs, &simVerbs,
-                               &traceVerbs, &scenarioVerbs, &otherVerbs}) {
+    for (const Verbs* verbs : {&kScalarVerbs, &kDeviceVerbs, &kWatchingVerbs, &kDoctorVerbs,
+                               &kSimVerbs, &kTraceVerbs, &kScenarioVerbs, &kOtherVerbs}) {
         for (const Verb& verb : *verbs) {
             Define(app, verb, chosen);
         }
@@ -92,10 +92,10 @@ void Main(int argc, char** argv)
         chosen();
     } catch (const CLI::ParseError& outcome) { // --help among them
         if (const auto unknown = app.remaining(true); !unknown.empty()) {
-            throw Failure(Cause::usage, "'" + unknown[0] + "' is not expected here");
+            throw Failure(Cause::kUsage, "'" + unknown[0] + "' is not expected here");
         }
         if (outcome.get_exit_code() != 0) {
-            throw Failure(Cause::usage, outcome.what());
+            throw Failure(Cause::kUsage, outcome.what());
         }
         app.exit(outcome);
         PrintText("");

@@ -11,26 +11,26 @@
 namespace
 {
 
-constexpr const char* servicePath = "/org/kelmar/tv/zav";
-constexpr const char* controlPath = "/org/kelmar/tv/zav/sim";
+constexpr const char* kServicePath = "/org/kelmar/tv/zav";
+constexpr const char* kControlPath = "/org/kelmar/tv/zav/sim";
 
 } // namespace
 
 Simulator::Simulator(GDBusConnection* bus, bool beQuiet, GMainLoop* mainLoop)
-    : connection(bus), quiet(beQuiet), loop(mainLoop)
+    : m_connection(bus), m_quiet(beQuiet), m_loop(mainLoop)
 {
     const auto onCall = [](GDBusConnection*, const char*, const char* path, const char*,
                            const char*, GVariant*, GDBusMethodInvocation* invocation,
                            gpointer self) {
         auto& simulator = *static_cast<Simulator*>(self);
-        std::string_view(path) == servicePath ? simulator.Receive(invocation)
-                                              : simulator.ReceiveControl(invocation);
+        std::string_view(path) == kServicePath ? simulator.Receive(invocation)
+                                               : simulator.ReceiveControl(invocation);
     };
     const GDBusInterfaceVTable vtable = {onCall, nullptr, nullptr, {}};
     for (const auto& [path, interface] :
-         {std::pair(servicePath, &org_kelmar_tv_zav_interface),
-          std::pair(controlPath, &org_kelmar_tv_zav_sim_interface)}) {
-        g_dbus_connection_register_object(connection, path,
+         {std::pair(kServicePath, &org_kelmar_tv_zav_interface),
+          std::pair(kControlPath, &org_kelmar_tv_zav_sim_interface)}) {
+        g_dbus_connection_register_object(m_connection, path,
                                           const_cast<GDBusInterfaceInfo*>(interface), &vtable, this,
                                           nullptr, nullptr);
     }
@@ -43,11 +43,11 @@ try {
     if (g_variant_n_children(args) == 0) {
         GVariantBuilder list;
         g_variant_builder_init(&list, G_VARIANT_TYPE("a(sss)"));
-        for (const Variant& call : calls) {
+        for (const Variant& call : m_calls) {
             g_variant_builder_add_value(&list, call.get());
         }
-        reply = g_variant_new("(a(sss)uu)", &list, static_cast<guint>(peak),
-                              static_cast<guint>(dropped));
+        reply = g_variant_new("(a(sss)uu)", &list, static_cast<guint>(m_peak),
+                              static_cast<guint>(m_dropped));
     } else {
         const char* text = nullptr;
         g_variant_get(args, "(&s)", &text);
@@ -69,8 +69,8 @@ void Simulator::Apply(const Control& control)
     } else if (verb == "reset") {
         Reset();
     } else if (verb == "quit") {
-        g_main_loop_quit(loop);
-    } else if (Fault& fault = faults[control.name]; verb != "delay") {
+        g_main_loop_quit(m_loop);
+    } else if (Fault& fault = m_faults[control.name]; verb != "delay") {
         fault = {verb == "hang" ? 0 : fault.delay, control};
     } else if (fault.instead.verb == "hang") {
         fault = {control.milliseconds};
@@ -85,13 +85,13 @@ void Simulator::Play(const Scenario& scenario)
         Schedule(step, 0);
     }
     for (const Expected& call : scenario.calls) {
-        expected[call.method].push_back(call.steps);
+        m_expected[call.method].push_back(call.steps);
     }
 }
 
 void Simulator::Schedule(const Step& step, size_t call)
 {
-    Due& one = due.emplace_back(Due{*this, step, call});
+    Due& one = m_due.emplace_back(Due{*this, step, call});
     one.timer = g_timeout_add(
         step.at,
         [](gpointer data) -> gboolean {
@@ -105,16 +105,16 @@ void Simulator::Schedule(const Step& step, size_t call)
 void Simulator::Happen(const Due& one)
 {
     const auto [simulator, step, number, timer] = one;
-    due.remove_if([&one](const Due& other) { return &other == &one; });
+    m_due.remove_if([&one](const Due& other) { return &other == &one; });
     if (step.every != 0) {
         Schedule({step.every, step.every, step.control}, number);
     }
     const std::string& verb = step.control.verb;
     const bool isAnswer = verb.empty() || verb == "reply" || verb == "fail";
-    const auto call = std::ranges::find(open, number, &OpenCall::number);
+    const auto call = std::ranges::find(m_open, number, &OpenCall::number);
     if (number == 0 || !isAnswer) {
         Apply(step.control);
-    } else if (call != open.end()) {
+    } else if (call != m_open.end()) {
         call->fault = {step.at, step.control};
         Answer(*call);
     }
@@ -124,18 +124,18 @@ void Simulator::Receive(GDBusMethodInvocation* invocation)
 {
     const std::string method = g_dbus_method_invocation_get_method_name(invocation);
     GVariant* args = g_dbus_method_invocation_get_parameters(invocation);
-    calls.push_back(Hold(g_variant_new("(sss)", method.c_str(), Print(args).c_str(),
-                                       g_dbus_method_invocation_get_sender(invocation))));
-    if (calls.size() > maxCalls) {
-        calls.pop_front();
-        ++dropped;
+    m_calls.push_back(Hold(g_variant_new("(sss)", method.c_str(), Print(args).c_str(),
+                                         g_dbus_method_invocation_get_sender(invocation))));
+    if (m_calls.size() > kMaxCalls) {
+        m_calls.pop_front();
+        ++m_dropped;
     }
 
     OpenCall& call =
-        open.emplace_back(OpenCall{{invocation, g_object_unref}, faults[method], ++received});
-    peak = std::max(peak, open.size());
+        m_open.emplace_back(OpenCall{{invocation, g_object_unref}, m_faults[method], ++m_received});
+    m_peak = std::max(m_peak, m_open.size());
 
-    if (auto& next = expected[method]; !next.empty()) {
+    if (auto& next = m_expected[method]; !next.empty()) {
         for (const Step& step : next.front()) {
             Schedule(step, call.number);
         }
@@ -167,7 +167,7 @@ void Simulator::Answer(OpenCall& call)
         line += "error " + error;
     } else {
         // Signals go first: a caller that has its reply can rely on having them as well.
-        const Variant body = given ? given : service.Answer(method, args);
+        const Variant body = given ? given : m_service.Answer(method, args);
         answer = g_dbus_message_new_method_reply(request);
         g_dbus_message_set_body(answer, body.get());
         line += Print(body.get());
@@ -181,15 +181,15 @@ void Simulator::Answer(OpenCall& call)
         (g_dbus_message_get_flags(request) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
     Tell(line + (asked ? "" : " (not sent: no reply asked for)"));
     if (asked) {
-        g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
-                                       nullptr);
+        g_dbus_connection_send_message(m_connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+                                       nullptr, nullptr);
     }
-    open.remove_if([&call](const OpenCall& other) { return &other == &call; });
+    m_open.remove_if([&call](const OpenCall& other) { return &other == &call; });
 }
 
 void Simulator::Emit(const std::string& signal, const Variant& body)
 {
-    g_dbus_connection_emit_signal(connection, nullptr, servicePath,
+    g_dbus_connection_emit_signal(m_connection, nullptr, kServicePath,
                                   org_kelmar_tv_zav_interface.name, signal.c_str(), body.get(),
                                   nullptr);
     Tell("signal " + signal + " " + Print(body.get()));
@@ -197,29 +197,29 @@ void Simulator::Emit(const std::string& signal, const Variant& body)
 
 void Simulator::Clear()
 {
-    calls.clear();
-    dropped = 0;
-    peak = open.size();
+    m_calls.clear();
+    m_dropped = 0;
+    m_peak = m_open.size();
 }
 
 void Simulator::Reset()
 {
-    while (!open.empty()) {
-        OpenCall& call = open.front();
+    while (!m_open.empty()) {
+        OpenCall& call = m_open.front();
         call.fault = {0, {.verb = "fail", .error = "org.freedesktop.DBus.Error.Failed"}};
         Answer(call);
     }
-    service = ZavService(service.emit);
-    faults.clear();
-    expected.clear();
-    due.remove_if(
+    m_service = ZavService(m_service.emit);
+    m_faults.clear();
+    m_expected.clear();
+    m_due.remove_if(
         [](const Due& one) { return one.call != 0 && g_source_remove(one.timer) != FALSE; });
     Clear();
 }
 
 void Simulator::Tell(const std::string& line) const
 {
-    if (!quiet && !(std::cout << line << std::endl)) {
-        g_main_loop_quit(loop);
+    if (!m_quiet && !(std::cout << line << std::endl)) {
+        g_main_loop_quit(m_loop);
     }
 }

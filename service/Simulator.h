@@ -55,7 +55,7 @@ private:
     };
 
     /** What a test can want to look back on, in a service that may run for days. */
-    static constexpr size_t maxCalls = 1000;
+    static constexpr size_t kMaxCalls = 1000;
 
     void Schedule(const Step& step, size_t call);
     void Happen(const Due& one);
@@ -67,18 +67,18 @@ private:
     void Reset();
     void Tell(const std::string& line) const;
 
-    GDBusConnection* connection;
-    bool quiet;
-    GMainLoop* loop;
-    ZavService service{[this](auto& signal, auto& body) { Emit(signal, body); }};
-    std::map<std::string, Fault> faults;                           // by method
-    std::map<std::string, std::deque<std::vector<Step>>> expected; // by method
-    std::list<Due> due;
-    size_t received = 0;
-    std::deque<Variant> calls; // method, arguments, sender
-    size_t dropped = 0;        // of the oldest calls
-    std::list<OpenCall> open;
-    size_t peak = 0;
+    GDBusConnection* m_connection;
+    bool m_quiet;
+    GMainLoop* m_loop;
+    ZavService m_service{[this](auto& signal, auto& body) { Emit(signal, body); }};
+    std::map<std::string, Fault> m_faults;                           // by method
+    std::map<std::string, std::deque<std::vector<Step>>> m_expected; // by method
+    std::list<Due> m_due;
+    size_t m_received = 0;
+    std::deque<Variant> m_calls; // method, arguments, sender
+    size_t m_dropped = 0;        // of the oldest calls
+    std::list<OpenCall> m_open;
+    size_t m_peak = 0;
 };
 
 #endif

@@ -23,16 +23,16 @@ struct Range
     [[nodiscard]] bool Holds(int value) const { return value >= lowest && value <= highest; }
 };
 
-constexpr Range modes = {0, 16};
-constexpr Range wooferLevels = {-6, 6};
-constexpr Range equalizerLevels = {-10, 10};
-constexpr Range selections = {0, 7};
-constexpr Range offOn = {0, 1};
-constexpr int firstManagerMode = 100; // InitSpeakerManager's number for mode 0
-constexpr guint8 statusRequest = 's';
-constexpr size_t speakerRecordSize = 148;
-constexpr size_t connectTypeOffset = 34;
-constexpr int wooferLevelEvent = 1;
+constexpr Range kModes = {0, 16};
+constexpr Range kWooferLevels = {-6, 6};
+constexpr Range kEqualizerLevels = {-10, 10};
+constexpr Range kSelections = {0, 7};
+constexpr Range kOffOn = {0, 1};
+constexpr int kFirstManagerMode = 100; // InitSpeakerManager's number for mode 0
+constexpr guint8 kStatusRequest = 's';
+constexpr size_t kSpeakerRecordSize = 148;
+constexpr size_t kConnectTypeOffset = 34;
+constexpr int kWooferLevelEvent = 1;
 
 GVariant* NewBytes(std::span<const guint8> bytes)
 {
@@ -95,7 +95,7 @@ GVariant* SetEqualizerLevel(ZavService& service, GVariant* args)
     g_variant_get_child(args, 1, "i", &count);
     const auto levels = FirstArray<gint32>(args);
     if (levels.size() <= ZAV_MAX_LEVELS && count == static_cast<int>(levels.size()) &&
-        std::ranges::all_of(levels, [](int level) { return equalizerLevels.Holds(level); })) {
+        std::ranges::all_of(levels, [](int level) { return kEqualizerLevels.Holds(level); })) {
         service.equalizer.assign(levels.begin(), levels.end());
     }
     return g_variant_new("()");
@@ -108,9 +108,9 @@ GVariant* InitSpeakerManager(ZavService& service, GVariant* args)
     g_variant_get(args, "(iiaiibbiiii)", &mode, &wooferLevel, nullptr, &service.soundBarConnected,
                   &service.wooferModeAvailable, &service.equalizerAvailable, nullptr,
                   &service.featureSupport, &service.wooferState, &service.modeMask);
-    Put(service.wooferLevel, wooferLevel, wooferLevels);
-    if (mode >= firstManagerMode) {
-        Put(service.mode, mode - firstManagerMode, modes);
+    Put(service.wooferLevel, wooferLevel, kWooferLevels);
+    if (mode >= kFirstManagerMode) {
+        Put(service.mode, mode - kFirstManagerMode, kModes);
     }
     service.emit(service.soundBarConnected ? "InvokeSignalHandler" : "DisconnectSignalHandler",
                  Hold(g_variant_new("()")));
@@ -119,12 +119,12 @@ GVariant* InitSpeakerManager(ZavService& service, GVariant* args)
 
 GVariant* GetScl(ZavService& service, GVariant* /*args*/)
 {
-    std::vector<guint8> records(service.speakers.size() * speakerRecordSize);
+    std::vector<guint8> records(service.speakers.size() * kSpeakerRecordSize);
     auto record = records.begin();
     for (const auto& [name, connectType] : service.speakers) {
-        std::copy_n(name.begin(), std::min(name.size(), connectTypeOffset), record);
-        std::memcpy(&record[connectTypeOffset], &connectType, sizeof connectType);
-        record += speakerRecordSize;
+        std::copy_n(name.begin(), std::min(name.size(), kConnectTypeOffset), record);
+        std::memcpy(&record[kConnectTypeOffset], &connectType, sizeof connectType);
+        record += kSpeakerRecordSize;
     }
     return g_variant_new("(@ay)", NewBytes(records));
 }
@@ -146,7 +146,7 @@ GVariant* SendTunnelData(ZavService& service, GVariant* args)
     int id = 0;
     g_variant_get_child(args, 2, "i", &id);
     auto data = FirstArray<guint8>(args);
-    if (data.size() == 1 && data[0] == statusRequest) {
+    if (data.size() == 1 && data[0] == kStatusRequest) {
         data = status;
     }
     if (data.size() <= ZAV_MAX_TUNNEL_DATA) { // clients drop what is longer, or end
@@ -170,21 +170,21 @@ GVariant* ReceiveSpdifData(ZavService& service, GVariant* args)
 
 using Z = ZavService;
 
-const std::map<std::string, Handler> handlers = {
+const std::map<std::string, Handler> kHandlers = {
     {"IsSoundBarConnected", Get("(b)", &Z::soundBarConnected)},
     {"GetSpeakerSelection", Get("(i)", &Z::speakerSelection)},
-    {"SetSpeakerSelection", Set(&Z::speakerSelection, selections)},
+    {"SetSpeakerSelection", Set(&Z::speakerSelection, kSelections)},
     {"GetWooferLevel", Get("(i)", &Z::wooferLevel)},
-    {"SetWooferLevel", Set(&Z::wooferLevel, wooferLevels)},
+    {"SetWooferLevel", Set(&Z::wooferLevel, kWooferLevels)},
     {"GetWooferState", Get("(i)", &Z::wooferState)},
     {"IsZAVReady", Get("(i)", &Z::ready)},
-    {"SetEarcToZav", Set(&Z::earc, offOn)},
-    {"SetCorvalaVconf", Set(&Z::corvala, offOn)},
-    {"RequestPreTrial", Set(&Z::preTrial, offOn)},
+    {"SetEarcToZav", Set(&Z::earc, kOffOn)},
+    {"SetCorvalaVconf", Set(&Z::corvala, kOffOn)},
+    {"RequestPreTrial", Set(&Z::preTrial, kOffOn)},
     {"IsAvailableEqualizer", Get("(b)", &Z::equalizerAvailable)},
     {"getQCorvalaAvailable", Get("(i)", &Z::corvala)},
     {"IsFeatureSupported", Get("(i)", &Z::featureSupport)},
-    {"SetMode", Set(&Z::mode, modes)},
+    {"SetMode", Set(&Z::mode, kModes)},
     {"GetMode", Get("(i)", &Z::mode)},
     {"IsAvailableWooferMode", Get("(b)", &Z::wooferModeAvailable)},
     {"GetModeList", Get("(i)", &Z::modeMask)},
@@ -203,7 +203,7 @@ const std::map<std::string, Handler> handlers = {
 ZavService::ZavService(Emit onSignal) : emit(std::move(onSignal))
 {
     for (auto* const* method = org_kelmar_tv_zav_interface.methods; *method != nullptr; ++method) {
-        if (!handlers.contains((*method)->name)) {
+        if (!kHandlers.contains((*method)->name)) {
             throw std::runtime_error(std::string("no answer to the method ") + (*method)->name);
         }
     }
@@ -213,7 +213,7 @@ Variant ZavService::Answer(const std::string& method, GVariant* args)
 {
     const int modeBefore = mode;
     const int wooferLevelBefore = wooferLevel;
-    Variant reply = Hold(handlers.at(method)(*this, args));
+    Variant reply = Hold(kHandlers.at(method)(*this, args));
 
     // A change is announced in one place, whichever method brought it.
     if (mode != modeBefore) {
@@ -222,7 +222,7 @@ Variant ZavService::Answer(const std::string& method, GVariant* args)
     if (wooferLevel != wooferLevelBefore) {
         const auto level = std::bit_cast<std::array<guint8, sizeof wooferLevel>>(wooferLevel);
         emit("notifyZAVCsharpCallback",
-             Hold(g_variant_new("(i@ayi)", wooferLevelEvent, NewBytes(level),
+             Hold(g_variant_new("(i@ayi)", kWooferLevelEvent, NewBytes(level),
                                 static_cast<int>(level.size()))));
     }
     return reply;

@@ -20,10 +20,10 @@
 namespace
 {
 
-constexpr const char* busName = "org.kelmar.tv.zav";
-constexpr int badUsage = 2;
+constexpr const char* kBusName = "org.kelmar.tv.zav";
+constexpr int kBadUsage = 2;
 
-constexpr const char* footer = R"help(
+constexpr const char* kFooter = R"help(
 VALUE is in GVariant's text form, such as 5 or ([byte 0x71, 1], 2, 16): a tuple is the whole body,
 anything else its only member. A scenario has a JSON object on each line, such as
   {"at": 500, "every": 100, "emit": "SetCbSoundModeChange=(5,)"}
@@ -79,7 +79,7 @@ void Define(CLI::App& app, Options& options)
         ->trigger_on_parse();
     app.add_flag("--quiet", options.quiet, "Print no calls and signals");
     app.set_version_flag("--version", "zav-sim " ZAV_VERSION);
-    app.footer(footer);
+    app.footer(kFooter);
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("zav-sim: ") + error.what() + "\n";
     });
@@ -92,15 +92,15 @@ void OwnName(GDBusConnection* connection)
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) answer = g_dbus_connection_call_sync(
         connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", busName, doNotQueue), G_VARIANT_TYPE("(u)"),
+        "RequestName", g_variant_new("(su)", kBusName, doNotQueue), G_VARIANT_TYPE("(u)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     if (!answer) {
-        throw std::runtime_error(std::string("cannot own ") + busName + ": " + error->message);
+        throw std::runtime_error(std::string("cannot own ") + kBusName + ": " + error->message);
     }
     guint result = 0;
     g_variant_get(answer, "(u)", &result);
     if (result != primaryOwner) {
-        throw std::runtime_error(std::string(busName) + " has another owner on this bus");
+        throw std::runtime_error(std::string(kBusName) + " has another owner on this bus");
     }
 }
 
@@ -155,13 +155,13 @@ try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& outcome) { // --help among them
-        return app.exit(outcome) == 0 ? EXIT_SUCCESS : badUsage;
+        return app.exit(outcome) == 0 ? EXIT_SUCCESS : kBadUsage;
     }
     Run(options);
     return EXIT_SUCCESS;
 } catch (const std::invalid_argument& fault) {
     std::cerr << "zav-sim: " << fault.what() << '\n';
-    return badUsage;
+    return kBadUsage;
 } catch (const std::runtime_error& fault) {
     std::cerr << "zav-sim: " << fault.what() << '\n';
     return EXIT_FAILURE;

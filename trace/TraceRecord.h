@@ -50,8 +50,8 @@ struct TSLogArgHelper
     static_assert(std::is_integral_v<T>);
     using Stored = std::conditional_t<std::same_as<T, size_t>, unsigned int, T>;
     using Named = Stored;
-    static constexpr const char* namePrefix = "";
-    static constexpr uint16_t described = sizeof(Stored);
+    static constexpr const char* kNamePrefix = "";
+    static constexpr uint16_t kDescribed = sizeof(Stored);
 
     static constexpr unsigned Size(T) { return sizeof(Stored); }
 
@@ -68,14 +68,14 @@ struct TSLogArgHelper<T, std::enable_if_t<std::is_enum_v<T>>> : TSLogArgHelper<i
 {
     static_assert(std::same_as<std::underlying_type_t<T>, int>);
     using Named = T;
-    static constexpr const char* namePrefix = "enum_";
+    static constexpr const char* kNamePrefix = "enum_";
 };
 
 template <>
 struct TSLogArgHelper<const void*, void> : TSLogArgHelper<unsigned int>
 {
     using Named = void;
-    static constexpr const char* namePrefix = "*_";
+    static constexpr const char* kNamePrefix = "*_";
 
     static constexpr unsigned Size(const void*) { return sizeof(unsigned int); }
 
@@ -90,8 +90,8 @@ template <>
 struct TSLogArgHelper<char const*, void>
 {
     using Named = char*;
-    static constexpr const char* namePrefix = "";
-    static constexpr uint16_t described = 0x3FFF; // marks a variable length
+    static constexpr const char* kNamePrefix = "";
+    static constexpr uint16_t kDescribed = 0x3FFF; // marks a variable length
 
     /** The encoded size of a text of `length` bytes. */
     static constexpr unsigned SizeOf(unsigned length)
@@ -157,7 +157,7 @@ struct TSArgTypesHelper
     void operator()(unsigned /*index*/, const T& /*value*/) const
     {
         using Helper = TSLogArgHelper<T>;
-        Append(Helper::namePrefix, typeid(typename Helper::Named).name(), Helper::described);
+        Append(Helper::kNamePrefix, typeid(typename Helper::Named).name(), Helper::kDescribed);
     }
 
 private:
