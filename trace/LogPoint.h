@@ -23,24 +23,22 @@
 
 #include <string_view>
 
-#define LOG_POINT(level, message, ...)                                                             \
-    LOG_POINT_AS(level, __func__, __PRETTY_FUNCTION__, message __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_POINT(level, ...) LOG_POINT_AS(level, __func__, __PRETTY_FUNCTION__, __VA_ARGS__)
 
-#define LOG_POINT_FOR(Site, level, message, ...)                                                   \
-    LOG_POINT_AS(level, Site::Name(), Site::Signature(), message __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_POINT_FOR(Site, level, ...)                                                            \
+    LOG_POINT_AS(level, Site::Name(), Site::Signature(), __VA_ARGS__)
 
 /** The call that is never made lets the compiler check the arguments against the message. */
-#define LOG_POINT_AS(level, name, signature, message, ...)                                         \
+#define LOG_POINT_AS(level, name, signature, ...)                                                  \
     do {                                                                                           \
         static_assert(std::string_view(name) != "operator()", "a lambda has no name to log");      \
         static uint32_t lumoID = 0;                                                                \
         static constinit const TSCodeLocation lumoCodeLocation = {__FILE__, __LINE__, signature,   \
                                                                   &lumoID};                        \
         if (false) {                                                                               \
-            __dlog_print(0, level, "ZAV_API", message __VA_OPT__(, ) __VA_ARGS__);                 \
+            __dlog_print(0, level, "ZAV_API", __VA_ARGS__);                                        \
         }                                                                                          \
-        log_point::Write(lumoCodeLocation, level, name, LOG_POINT_PREFIX message,                  \
-                         lumo::ArgList(__VA_ARGS__));                                              \
+        log_point::Fire(lumoCodeLocation, level, name, LOG_POINT_PREFIX __VA_ARGS__);              \
     } while (false)
 
 /** Stands before the message in the platform log: file, function, line. */
@@ -101,6 +99,14 @@ __attribute__((noinline, no_stack_protector)) void Write(const TSCodeLocation& l
     });
     const lumo::TCLogger logger(location);
     lumo::TSLoggerHelper::Log(location, args, format + sizeof LOG_POINT_PREFIX - 1);
+}
+
+template <class... Arguments>
+[[gnu::always_inline]] inline void Fire(const TSCodeLocation& location, int level,
+                                        const char* function, const char* format,
+                                        const Arguments&... arguments)
+{
+    Write(location, level, function, format, lumo::ArgList(arguments...));
 }
 
 } // namespace
