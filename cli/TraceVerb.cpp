@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // `zavctl trace`: shows what a trace store or a text log holds.
-#include "Steps.h"
+#include "Calls.h"
 #include "TextLog.h"
 #include "TraceReader.h"
 #include "Verbs.h"
@@ -19,7 +19,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -46,14 +45,6 @@ struct
     std::string chrome;  ///< where to write a timeline, "" for none
 } options;
 
-constexpr std::uint64_t kPause = 10'000'000; // ns that a request sleeps after a busy line
-
-/** Unsigned: the times in a damaged store may lie further apart than a signed number can tell. */
-std::uint64_t Elapsed(std::int64_t from, std::int64_t to)
-{
-    return static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from);
-}
-
 double Microseconds(std::uint64_t nanoseconds)
 {
     return static_cast<double>(nanoseconds) / 1000;
@@ -74,161 +65,6 @@ std::string LocalTime(std::int64_t time)
     const auto micros = duration_cast<microseconds>(sinceEpoch - second + 1s).count();
     return text + std::to_string(micros).substr(1);
 }
-
-// ---- The requests -------------------------------------------------------------------------------
-
-/** A record as the requests see it. */
-struct Line
-{
-    Step step;
-    std::string_view operation;
-    std::int64_t time;
-    std::string text; ///< only for those who show it
-};
-
-/** A request, or the making of the connection, as far as its lines are in the trace. */
-struct Request
-{
-    explicit Request(const Line& line)
-        : first(line), end(line.time), outcome(line.step), m_last(line.step)
-    {
-    }
-
-    Line first;
-    std::optional<std::string> result; ///< the text of the line that tells how it went
-    std::int64_t end;                  ///< time of its last line
-    Step outcome;                      ///< what the line is that tells how it went
-    std::optional<std::int64_t> returned;
-    int waits = 0;
-    std::int64_t firstWait = 0;
-    std::int64_t lastWait = 0;
-
-    /** @return whether the line is the request's; if not, its lines are over */
-    bool Add(const Line& line)
-    {
-        const Step step = line.step;
-        const bool item = step == Step::line || step == Step::listed;
-        if (step < m_last || (step == m_last && step != Step::waiting && !item)) {
-            // The line belongs to a request whose announcement is not in the trace.
-            m_last = Step::over;
-            return false;
-        }
-        m_last = step;
-        end = line.time;
-        if (step == Step::waiting) {
-            firstWait = waits++ == 0 ? line.time : firstWait;
-            lastWait = line.time;
-        } else if (!item) {
-            result = line.text;
-            outcome = step;
-        }
-        if ((step == Step::returned || step == Step::answered) && !returned) {
-            returned = line.time;
-        }
-        return true;
-    }
-
-    /** When it had the lock, or gave up; no line says so. */
-    std::int64_t WaitEnd() const
-    {
-        const std::int64_t latest = returned.value_or(end);
-        return Elapsed(lastWait, latest) < kPause ? latest
-                                                  : lastWait + static_cast<std::int64_t>(kPause);
-    }
-
-private:
-    Step m_last;
-};
-
-/**
- * A call into the library: of an exported function, or of a method that makes a request. Else a
- * line outside of calls.
- */
-struct Call
-{
-    Call(const Thread& caller, const Line& line)
-        : thread(caller), first(line), exported(line.step == Step::entry), end(line.time)
-    {
-        if (line.step == Step::connecting || line.step == Step::announced) {
-            requests.emplace_back(line);
-        }
-    }
-
-    Thread thread;
-    Line first;
-    bool exported;
-    std::int64_t end;
-    std::vector<Request> requests; ///< the making of the connection may come before the other
-
-    bool IsOne() const { return exported || !requests.empty(); }
-
-    /** @return whether the line is the call's; if not, the call is over */
-    bool Add(const Line& line)
-    {
-        const Step step = line.step;
-        const bool isOwn = exported && line.operation == first.operation;
-        Request* const latest = requests.empty() ? nullptr : &requests.back();
-        const bool isAsked =
-            latest && latest->first.operation == first.operation; // what was called for
-        bool added = false;
-        if (exported && ((step == Step::connecting && !latest) ||
-                         (step == Step::announced && isOwn && !isAsked))) {
-            requests.emplace_back(line);
-            added = true;
-        } else if (step == Step::bridge || !latest || latest->first.operation != line.operation) {
-            added = isOwn && step != Step::entry && (step == Step::bridge || !isAsked);
-        } else {
-            added = step != Step::entry && latest->Add(line);
-        }
-        end = added ? line.time : end;
-        return added;
-    }
-};
-
-/** Puts the lines of each thread together. */
-class Calls
-{
-public:
-    Calls(Source& source, bool withTexts) : m_source(source), m_withTexts(withTexts) {}
-
-    /** The next call that is over, or line outside of calls; those of a thread in their order. */
-    std::optional<Call> Next()
-    {
-        while (const Record* record = m_source.Next()) {
-            const Line line = Read(*record);
-            const auto current = m_current.find(record->thread);
-            if (current != m_current.end() && current->second.Add(line)) {
-                continue;
-            }
-            Call call(record->thread, line);
-            if (!call.IsOne()) {
-                return call;
-            }
-            if (current != m_current.end()) {
-                return std::exchange(current->second, std::move(call));
-            }
-            m_current.emplace(record->thread, std::move(call));
-        }
-        return m_current.empty() ? std::nullopt
-                                 : std::optional(m_current.extract(m_current.begin()).mapped());
-    }
-
-    /** The time of the first line. */
-    std::int64_t Start() const { return m_start.value_or(0); }
-
-private:
-    Line Read(const Record& record)
-    {
-        m_start = m_start.value_or(record.time);
-        return {StepOf(record.location->message), record.location->operation, record.time,
-                m_withTexts ? Message(record) : ""};
-    }
-
-    Source& m_source;
-    bool m_withTexts;
-    std::map<Thread, Call> m_current; ///< of each thread
-    std::optional<std::int64_t> m_start;
-};
 
 // ---- The records --------------------------------------------------------------------------------
 
@@ -305,7 +141,7 @@ struct Summary
     std::deque<std::uint64_t> durations; ///< of the requests whose end is in the trace
     std::map<Step, int> outcomes;
 
-    void Add(const Request& request)
+    void Add(const TracedRequest& request)
     {
         ++requests;
         waits += request.waits;
@@ -345,9 +181,9 @@ struct Summary
 void ShowSummaries(Source& source)
 {
     std::map<std::string_view, Summary> summaries;
-    Calls calls(source, false);
+    TracedCalls calls(source, false);
     while (const auto call = calls.Next()) {
-        for (const Request& request : call->requests) {
+        for (const TracedRequest& request : call->requests) {
             summaries[request.first.operation].Add(request);
         }
     }
@@ -377,7 +213,7 @@ public:
     void Write(Source& source)
     {
         m_out << "{\"traceEvents\":[";
-        Calls calls(source, true);
+        TracedCalls calls(source, true);
         while (const auto call = calls.Next()) {
             m_start = calls.Start();
             m_threads.insert(m_thread = call->thread);
@@ -410,7 +246,7 @@ private:
 
     void End(std::int64_t time) { Add("E", time, json::object()); }
 
-    void Add(const Call& call)
+    void Add(const TracedCall& call)
     {
         const auto& [step, operation, start, text] = call.first;
         if (!call.IsOne()) {
@@ -419,13 +255,14 @@ private:
         if (call.exported) {
             Begin(start, "export " + std::string(operation));
         }
-        std::ranges::for_each(call.requests, [this](const Request& request) { Add(request); });
+        std::ranges::for_each(call.requests,
+                              [this](const TracedRequest& request) { Add(request); });
         if (call.exported) {
             End(call.end);
         }
     }
 
-    void Add(const Request& request)
+    void Add(const TracedRequest& request)
     {
         json args = {{"announcement", request.first.text}, {"busy_waits", request.waits}};
         if (request.result) {
