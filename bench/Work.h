@@ -16,8 +16,8 @@ namespace work
 
 constexpr const char* kService = "org.kelmar.tv.zav";
 constexpr const char* kPath = "/org/kelmar/tv/zav";
-constexpr size_t kSpeakers = 50;
-constexpr int kLevels = 100;
+constexpr size_t kSpeakers = ZAV_MAX_SPEAKERS;
+constexpr int kLevels = ZAV_MAX_LEVELS;
 
 inline std::array<SCLSpkInfo, kSpeakers> speakers;
 inline std::array<int, kLevels> levels;
@@ -70,7 +70,7 @@ inline void RequestByHand()
 
 inline void Speakers()
 {
-    Check(GetSCL(speakers.data()) == kSpeakers, "not 50 speakers");
+    Check(GetSCL(speakers.data()) == kSpeakers, "not all speakers");
 }
 
 inline void SpeakersByHand()
@@ -79,7 +79,7 @@ inline void SpeakersByHand()
     g_autoptr(GVariant) bytes = g_variant_get_child_value(reply, 0);
     gsize size = 0;
     const void* records = g_variant_get_fixed_array(bytes, &size, 1);
-    Check(size == sizeof speakers, "not 50 speakers");
+    Check(size == sizeof speakers, "not all speakers");
     std::memcpy(speakers.data(), records, size);
 }
 

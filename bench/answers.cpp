@@ -5,6 +5,8 @@
  * stands still. What remains of a request is what happens on the calling thread beside the call,
  * and it takes the same instructions each time. ANSWER_ITEMS says how many levels there are.
  */
+#include "ZAVServiceTypes.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -23,7 +25,7 @@ namespace
 GVariant* Reply(const char* method)
 {
     if (std::strcmp(method, "GetSCL") == 0) {
-        const std::vector<guchar> records(50 * 148, 'a');
+        const std::vector<guchar> records(ZAV_MAX_SPEAKERS * sizeof(SCLSpkInfo), 'a');
         return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, records.data(),
                                                                 records.size(), 1));
     }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -30,8 +31,8 @@ constexpr Range kSelections = {0, 7};
 constexpr Range kOffOn = {0, 1};
 constexpr int kFirstManagerMode = 100; // InitSpeakerManager's number for mode 0
 constexpr guint8 kStatusRequest = 's';
-constexpr size_t kSpeakerRecordSize = 148;
-constexpr size_t kConnectTypeOffset = 34;
+constexpr size_t kSpeakerRecordSize = sizeof(SCLSpkInfo);
+constexpr size_t kConnectTypeOffset = offsetof(SCLSpkInfo, m_Connecttype);
 constexpr int kWooferLevelEvent = 1;
 
 GVariant* NewBytes(std::span<const guint8> bytes)
