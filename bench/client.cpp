@@ -196,7 +196,7 @@ long ResidentKilobytes()
     return pages * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-/** Serves the main context until `NUMBER` properties have been told of; what memory they took. */
+/** Iterates the main context until `NUMBER` properties have been told of; what memory they took. */
 int Properties(const Numbers& numbers)
 {
     InitDbusConnection();

@@ -91,21 +91,21 @@ void Simulator::Play(const Scenario& scenario)
 
 void Simulator::Schedule(const Step& step, size_t call)
 {
-    Due& one = m_due.emplace_back(Due{*this, step, call});
+    ScheduledStep& one = m_scheduled.emplace_back(ScheduledStep{*this, step, call});
     one.timer = g_timeout_add(
         step.at,
         [](gpointer data) -> gboolean {
-            const auto& self = *static_cast<Due*>(data);
-            self.simulator.Happen(self);
+            const auto& self = *static_cast<ScheduledStep*>(data);
+            self.simulator.Run(self);
             return G_SOURCE_REMOVE;
         },
         &one);
 }
 
-void Simulator::Happen(const Due& one)
+void Simulator::Run(const ScheduledStep& one)
 {
     const auto [simulator, step, number, timer] = one;
-    m_due.remove_if([&one](const Due& other) { return &other == &one; });
+    m_scheduled.remove_if([&one](const ScheduledStep& other) { return &other == &one; });
     if (step.every != 0) {
         Schedule({step.every, step.every, step.control}, number);
     }
@@ -212,8 +212,9 @@ void Simulator::Reset()
     m_service = ZavService(m_service.emit);
     m_faults.clear();
     m_expected.clear();
-    m_due.remove_if(
-        [](const Due& one) { return one.call != 0 && g_source_remove(one.timer) != FALSE; });
+    m_scheduled.remove_if([](const ScheduledStep& one) {
+        return one.call != 0 && g_source_remove(one.timer) != FALSE;
+    });
     Clear();
 }
 

@@ -45,8 +45,8 @@ private:
         size_t number; // of all calls
     };
 
-    /** What waits for its time. */
-    struct Due
+    /** A step that waits for its time. */
+    struct ScheduledStep
     {
         Simulator& simulator;
         Step step;
@@ -58,7 +58,7 @@ private:
     static constexpr size_t kMaxCalls = 1000;
 
     void Schedule(const Step& step, size_t call);
-    void Happen(const Due& one);
+    void Run(const ScheduledStep& one);
     void Receive(GDBusMethodInvocation* invocation);
     void ReceiveControl(GDBusMethodInvocation* invocation);
     void Answer(OpenCall& call);
@@ -73,7 +73,7 @@ private:
     ZavService m_service{[this](auto& signal, auto& body) { Emit(signal, body); }};
     std::map<std::string, Fault> m_faults;                           // by method
     std::map<std::string, std::deque<std::vector<Step>>> m_expected; // by method
-    std::list<Due> m_due;
+    std::list<ScheduledStep> m_scheduled;
     size_t m_received = 0;
     std::deque<Variant> m_calls; // method, arguments, sender
     size_t m_dropped = 0;        // of the oldest calls

@@ -1258,7 +1258,7 @@ void ZAVServiceAPI::NotifyZAVCsharpCallback(GDBusConnection*, const gchar*, cons
     g_variant_get_child(parameters, 0, "i", &event);
     const SignalBytes bytes(parameters, 1);
     // The managed side reads the address of the received bytes out of the buffer. The room is
-    // reckoned as one 32-bit word for each of them.
+    // counted as one 32-bit word for each of them.
     std::array<unsigned char, ZAV_EVENT_BUFFER> buffer{};
     const gsize count = std::min<gsize>(bytes.count, buffer.size());
     if (count * sizeof(uint32_t) > buffer.size()) {

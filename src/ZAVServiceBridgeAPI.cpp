@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The exported C functions, in the order of the managed binding's imports. Each forwards to the
-// class method of its name; what it returns is converted only as far as C demands.
+// class method of its name; what it returns is converted only as far as C requires.
 #include "ZAVServiceBridgeAPI.h"
 
 #include "LogPoint.h"
