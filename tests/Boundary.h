@@ -20,8 +20,9 @@
 #ifndef ZAV_TESTS_BOUNDARY_H
 #define ZAV_TESTS_BOUNDARY_H
 
-#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <glib.h>
 #include <gtest/gtest.h>
@@ -29,10 +30,10 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace boundary
 {
@@ -173,39 +174,21 @@ inline std::string LogOf(const std::function<void()>& play)
     return log;
 }
 
-inline std::vector<std::string> Split(const std::string& log)
+/** Prints where a log differs, under the title of that part. @return whether it does nowhere */
+inline bool IsSame(const std::string& expected, const std::string& actual)
 {
-    std::istringstream stream(log);
-    std::vector<std::string> all;
-    for (std::string line; std::getline(stream, line);) {
-        all.push_back(line);
+    if (expected != actual) {
+        const int file = memfd_create("expected", 0);
+        const std::string path = "/proc/self/fd/" + std::to_string(file);
+        std::ofstream(path) << expected;
+        const std::string command =
+            "diff -u -F '^#' --label expected --label actual " + path + " -";
+        FILE* const diff = popen(command.c_str(), "w");
+        fputs(actual.c_str(), diff);
+        pclose(diff);
+        close(file);
     }
-    return all;
-}
-
-/** For EXPECT_PRED_FORMAT2: shows where they part, - expected, + actual, and a few lines around. */
-inline testing::AssertionResult SameLog(const char*, const char*, const std::string& expected,
-                                        const std::string& actual)
-{
-    if (expected == actual) {
-        return testing::AssertionSuccess();
-    }
-    const auto left = Split(expected);
-    const auto right = Split(actual);
-    const auto [from, to] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
-    const auto [leftEnd, rightEnd] = std::mismatch(left.rbegin(), std::make_reverse_iterator(from),
-                                                   right.rbegin(), std::make_reverse_iterator(to));
-    auto failure = testing::AssertionFailure() << "what crosses the boundary differs:\n";
-    const auto show = [&failure](const char* mark, auto first, auto last) {
-        for (int shown = 0; first != last && shown < 9; ++first, ++shown) {
-            failure << mark << *first << "\n";
-        }
-    };
-    show("  ", from - std::min<std::ptrdiff_t>(5, from - left.begin()), from);
-    show("- ", from, leftEnd.base());
-    show("+ ", to, rightEnd.base());
-    show("  ", leftEnd.base(), left.end());
-    return failure;
+    return expected == actual;
 }
 
 } // namespace boundary

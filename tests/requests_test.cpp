@@ -87,7 +87,7 @@ std::pair<std::string, int> Expected(const Request& row, const Path& path)
 
 void Meet(const Path& path, Operation call, const Request& row)
 {
-    boundary::Add("-- ", path.name);
+    boundary::Add("# ", path.name);
     fake::reply = path.reply;
     fake::lockFailures = path.lockFailures;
     TIStorageManagerState::enabled = path.name != "while tracing is off";
@@ -119,16 +119,16 @@ TEST_P(EveryRequest, EndsOnEachPathAsItsRowSays)
     for (const Path& path : paths) {
         const auto [lines, result] = Expected(row, path);
         expected +=
-            "-- " + path.name + "\n" +
+            "# " + path.name + "\n" +
             (path.recorded ? lines : Replaced(lines, "^([0-9].*?)( \\| .*)?$", "\\1 | no record")) +
             Result(result);
     }
-    EXPECT_PRED_FORMAT2(boundary::SameLog, expected, boundary::LogOf([&] {
-                            for (const Path& path : paths) {
-                                Meet(path, row.call, row);
-                                boundary::Quietly([] { requests::Api::InitDbusConnection(); });
-                            }
-                        }));
+    EXPECT_TRUE(boundary::IsSame(expected, boundary::LogOf([&] {
+                                     for (const Path& path : paths) {
+                                         Meet(path, row.call, row);
+                                         boundary::Quietly(requests::Api::InitDbusConnection);
+                                     }
+                                 })));
 }
 
 class EveryExport : public testing::TestWithParam<Request>
@@ -142,7 +142,7 @@ std::string ExpectedOfExport(const Request& row, const Path& path, const std::st
     const std::string returned = Replaced(row.returned, "#", std::to_string(result));
     const std::string all = row.entry + (row.connects ? connecting : "") + row.sending + lines +
                             returned + Result(result);
-    return "-- " + path.name + "\n" + Replaced(all, "{}", row.name);
+    return "# " + path.name + "\n" + Replaced(all, "{}", row.name);
 }
 
 TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
@@ -162,14 +162,13 @@ TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
         Meet(failing, row.exported, row);
         fake::bus = fake::Outcome::works;
         Meet(connecting, row.exported, row);
-        boundary::Quietly([] { requests::Api::InitDbusConnection(); });
+        boundary::Quietly(requests::Api::InitDbusConnection);
         Meet(connected, row.exported, row);
     });
-    EXPECT_PRED_FORMAT2(boundary::SameLog,
-                        ExpectedOfExport(row, failing, kFailing) +
-                            ExpectedOfExport(first, connecting, kConnecting) +
-                            ExpectedOfExport(row, connected, ""),
-                        log);
+    EXPECT_TRUE(boundary::IsSame(ExpectedOfExport(row, failing, kFailing) +
+                                     ExpectedOfExport(first, connecting, kConnecting) +
+                                     ExpectedOfExport(row, connected, ""),
+                                 log));
 }
 
 template <class Predicate>

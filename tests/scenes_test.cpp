@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Plays the scenes of tests/scenes, each in a process of its own: what stands behind > is done, and
-// the other lines are the boundary log that has to come of it, cut down to what the scene shows. A
-// result without a line before it stands on the line of its command.
+// Plays the scenes of tests/scenes, each in a process of its own: below its title, what stands
+// behind > is done, and the other lines are the boundary log that has to come of it, cut down to
+// what the scene shows. A result without a line before it stands on the line of its command.
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Requests.h"
@@ -363,30 +363,9 @@ void Do(const std::string& line)
     }
 }
 
-struct Scene
+void Play(const std::string& scene)
 {
-    std::string file, title, lines;
-};
-
-std::vector<Scene> Scenes()
-{
-    std::vector<Scene> scenes;
-    for (const auto& entry : std::filesystem::directory_iterator(ZAV_SCENES)) {
-        std::ifstream file(entry.path());
-        for (std::string line; std::getline(file, line);) {
-            if (line.starts_with("# ")) {
-                scenes.push_back({entry.path().stem(), line.substr(2), ""});
-            } else if (!line.empty()) {
-                scenes.back().lines += line + "\n";
-            }
-        }
-    }
-    return scenes;
-}
-
-void Play(const Scene& scene)
-{
-    Words lines(scene.lines);
+    Words lines(scene);
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("> ")) {
             Do(line.substr(0, line.find(" = ")));
@@ -397,31 +376,30 @@ void Play(const Scene& scene)
     }
 }
 
-class Played : public testing::Test
+/** A file as it comes of playing its scenes. */
+std::string Played(const std::string& file)
 {
-public:
-    explicit Played(Scene scene) : m_scene(std::move(scene)) {}
-
-    void TestBody() override
-    {
-        const std::string log = boundary::LogOf([this] { Play(m_scene); });
-        EXPECT_PRED_FORMAT2(boundary::SameLog, m_scene.lines,
-                            boundary::Replaced(log, "^(> .*)\n= ", "\\1 = "));
+    std::string played;
+    for (size_t begin = 0, end = 0; end < file.size(); begin = end + 2) {
+        end = std::min(file.find("\n\n", begin), file.size());
+        const std::string scene = file.substr(begin, end - begin);
+        const std::string log = boundary::LogOf([&scene] { Play(scene); });
+        played += (begin != 0 ? "\n" : "") + scene.substr(0, scene.find('\n') + 1) +
+                  boundary::Replaced(log, "^(> .*)\n= ", "\\1 = ");
     }
-
-private:
-    const Scene m_scene;
-};
+    return played;
+}
 
 } // namespace
 
-int main(int argc, char** argv)
+int main()
 {
-    testing::InitGoogleTest(&argc, argv);
     boundary::names = {{requests::bytes, "BYTES"}, {requests::levels, "LEVELS"}};
-    for (const Scene& scene : Scenes()) {
-        testing::RegisterTest(scene.file.c_str(), scene.title.c_str(), nullptr, nullptr, __FILE__,
-                              __LINE__, [=]() -> testing::Test* { return new Played(scene); });
+    bool same = true;
+    for (const auto& file : std::filesystem::directory_iterator(ZAV_SCENES)) {
+        std::ifstream stream(file.path());
+        const std::string scenes{std::istreambuf_iterator<char>(stream), {}};
+        same = boundary::IsSame(scenes, Played(scenes)) && same;
     }
-    return RUN_ALL_TESTS();
+    return same ? 0 : 1;
 }
