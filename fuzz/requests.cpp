@@ -162,7 +162,8 @@ void Step(Input& input)
     } else {
         const Request& row = requests::kAll[operation % requests::kAll.size()];
         const bool exported = row.exported != nullptr && (input.Byte() & 1) != 0;
-        Ask(row, exported ? row.exported : row.call, row.value != 0 ? input.Int() : 0, met);
+        Ask(row, exported ? row.exported : row.call,
+            row.value != 0 ? std::min(input.Int(), row.most) : 0, met);
     }
     Demand(fake::use.calls <= 1 && fake::use.callsWithoutLock == 0);
     Api::proxy = proxy;

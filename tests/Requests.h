@@ -25,6 +25,7 @@ struct Request
     Operation call;               ///< the method
     Operation exported = nullptr; ///< the C function, if there is one
     int value = 0;                ///< what both are called with, 0 for none
+    int most = INT_MAX;           ///< what they may be called with at the most
     std::string logged = name;    ///< the name in the log
     std::string method = logged;  ///< on the bus; "" for none
     std::string announced = value != 0 ? std::to_string(value) : ""; ///< number when it begins
@@ -61,24 +62,6 @@ namespace requests
 
 using Api = ZAVServiceAPI;
 
-template <class Result, class... Argument>
-int Call(Result (*function)(Argument...), [[maybe_unused]] int value)
-{
-    if constexpr (std::is_void_v<Result>) {
-        function(Argument{value}...);
-        return 0;
-    } else {
-        return static_cast<int>(function(Argument{value}...));
-    }
-}
-
-/** A function of at most one number, as an operation. */
-template <auto function>
-int Of(int value)
-{
-    return Call(function, value);
-}
-
 constexpr int kUntouched = -7; // what is not written to keeps this
 
 constexpr int kBytes = 300;  // to send, at the most
@@ -95,14 +78,46 @@ inline const std::string kNode = "([byte 7" + [] {
     return rest;
 }() + "],)";
 
-inline void OnSignal() {}
-inline void OnData(const void*, void*) {}
-inline void OnMode(int, void*) {}
-inline void OnEvent(int, void*, int) {}
-
 inline SpeakerManagerState State(int mode)
 {
     return {mode, -3, {1, -2, 3, INT_MAX, INT_MIN, 6, 7}, 8, true, false, 9, 10, 11, 12};
+}
+
+/** What a function is called with that takes this type: the value, or something of the kind. */
+template <class T>
+T Argument([[maybe_unused]] int value)
+{
+    if constexpr (std::is_same_v<T, const unsigned char*> || std::is_same_v<T, void*>) {
+        return bytes;
+    } else if constexpr (std::is_same_v<T, int*>) {
+        return levels;
+    } else if constexpr (std::is_same_v<T, SCLSpkInfo*>) {
+        return speakers;
+    } else if constexpr (std::is_same_v<T, SpeakerManagerState>) {
+        return State(value);
+    } else if constexpr (std::is_pointer_v<T>) {
+        return [](auto...) {}; // a callback
+    } else {
+        return T{value};
+    }
+}
+
+template <class Result, class... Arguments>
+int Call(Result (*function)(Arguments...), [[maybe_unused]] int value)
+{
+    if constexpr (std::is_void_v<Result>) {
+        function(Argument<Arguments>(value)...);
+        return 0;
+    } else {
+        return static_cast<int>(function(Argument<Arguments>(value)...));
+    }
+}
+
+/** A function as an operation. */
+template <auto function>
+int Of(int value)
+{
+    return Call(function, value);
 }
 
 constexpr const char* kModeLines =
@@ -154,11 +169,8 @@ inline const std::vector<Request> kAll = {
      .value = 5, .method = "getCapabilityViaCommonTunnel",
      .announcedAs = "enum_commonTunnel_external_id_e", .reply = "(77,)", .result = 77,
      .unanswered = kUntouched - 1},
-    {.name = "SendDataToCommonTunnelExternal",
-     .call = [](int size) {
-         return int{Api::SendDataToCommonTunnelExternal(bytes, std::min(size, kBytes))};
-     },
-     .value = 3, .method = "sendExternalDataViaCommonTunnel",
+    {.name = "SendDataToCommonTunnelExternal", .call = Of<Api::SendDataToCommonTunnelExternal>,
+     .value = 3, .most = kBytes, .method = "sendExternalDataViaCommonTunnel",
      .sent = "([byte 0x01, 0x02, 0x03], 3, 16)", .reply = "(false,)", .result = 1, .mistyped = 1,
      .unanswered = 1, .refused = 0, .received = 0},
     {.name = "RequestStatusFromCommonTunnelExternal",
@@ -166,16 +178,8 @@ inline const std::vector<Request> kAll = {
      .logged = "SendDataToCommonTunnelExternal", .method = "sendExternalDataViaCommonTunnel",
      .announced = "1", .sent = "([byte 0x73], 1, 16)", .reply = "(false,)", .result = 1,
      .mistyped = 1, .unanswered = 1, .received = 0},
-    {.name = "DataReceivedFromSpkViaSPDIF",
-     .call = [](int size) {
-         Api::DataReceivedFromSpkViaSPDIF(bytes, std::min(size, kBytes));
-         return 0;
-     },
-     .exported = [](int size) {
-         ::DataReceivedFromSpkViaSPDIF(bytes, std::min(size, kBytes));
-         return 0;
-     },
-     .value = 3, .method = "ReceivedDataFromSpdif", .sent = "([byte 0x01, 0x02, 0x03], 3)",
+    {BOTH(DataReceivedFromSpkViaSPDIF), .value = 3, .most = kBytes,
+     .method = "ReceivedDataFromSpdif", .sent = "([byte 0x01, 0x02, 0x03], 3)",
      .reply = "(true,)", .received = 1},
     {.name = "GetEqualizerLevel",
      .call = [](int) {
@@ -195,23 +199,13 @@ inline const std::vector<Request> kAll = {
              "4 GetEqualizerLevel > From: [ZAVService] To: [ZAVService-api] Byteno.: 2 Recieved "
              "EqualizerLevel : -2 | unsigned int int\n",
      .misread = ""},
-    {.name = "SetEqualizerLevel",
-     .call = [](int count) {
-         Api::SetEqualizerLevel(levels, std::min(count, kLevels));
-         return 0;
-     },
-     .exported = [](int count) {
-         ::SetEqualizerLevel(levels, std::min(count, kLevels));
-         return 0;
-     },
-     .value = 2, .sent = "([1, -2], 2)"},
+    {BOTH(SetEqualizerLevel), .value = 2, .most = kLevels, .sent = "([1, -2], 2)"},
     {.name = "InitSpeakerManager",
      .call = [](int mode) {
          SpeakerManagerState state = State(mode);
          return Api::InitSpeakerManager(&state);
      },
-     .exported = [](int mode) { return ::InitSpeakerManager(State(mode)); },
-     .value = 104, .announced = "",
+     .exported = Of<::InitSpeakerManager>, .value = 104, .announced = "",
      .sent = "(104, -3, [1, -2, 3, 2147483647, -2147483648, 6, 7], 8, true, false, 9, 10, 11, 12)",
      .refused = -1,
      .entry = "6 {} > ZAV_API_BRIDGE AudioEffect 104 | int\n"
@@ -258,8 +252,7 @@ inline const std::vector<Request> kAll = {
          std::vector<SCLSpkInfo> list;
          return Api::GetSCL(list);
      },
-     .exported = [](int) { return ::GetSCL(speakers); },
-     .reply = kNode, .result = 1, .mistyped = -1,
+     .exported = Of<::GetSCL>, .reply = kNode, .result = 1, .mistyped = -1,
      .read = "4 GetSCL > elenum[148], sizeof(CNetSpkNodeInfo)[148] | unsigned int unsigned int\n"
              "4 GetSCL > spk[1]: m_Connecttype: 0 | int int\n"
              "4 GetSCL > Speaker Size[1] | int\n",
@@ -279,33 +272,21 @@ inline std::string ReplyOptions()
 
 /** What asks nobody. */
 inline const std::vector<Request> kOthers = {
-    {.name = "SubscribeZAVCSharpCallback",
-     .call = [](int) { return int{Api::SubscribeZAVCSharpCallback(OnEvent)}; },
-     .exported = [](int) { return int{::SubscribeZAVCSharpCallback(OnEvent)}; },
-     .method = "", .result = 1},
+    {BOTH(SubscribeZAVCSharpCallback), .method = "", .result = 1},
     {BOTH(UnsubscribeZAVCSharpCallback), .turn = false},
-    {.name = "SignalSubscribe",
-     .call = [](int) { return Api::SignalSubscribe(OnSignal), 0; },
-     .exported = [](int) { return ::SignalSubscribe(OnSignal), 0; },
-     .first = "4 SignalSubscribe > SignalSubscribe  called !!!!\n", .turn = false,
-     .unconnected = "4 SignalSubscribe > connection is NULL\n", .entry = ""},
-    {.name = "DisconnectSignalSubscribe",
-     .call = [](int) { return Api::DisconnectSignalSubscribe(OnSignal), 0; },
-     .exported = [](int) { return ::DisconnectSignalSubscribe(OnSignal), 0; },
+    {BOTH(SignalSubscribe), .first = "4 SignalSubscribe > SignalSubscribe  called !!!!\n",
+     .turn = false, .unconnected = "4 SignalSubscribe > connection is NULL\n", .entry = ""},
+    {BOTH(DisconnectSignalSubscribe),
      .first = "4 DisconnectSignalSubscribe > DisconnectSignalSubscribe  called !!!!\n",
      .turn = false, .unconnected = "4 DisconnectSignalSubscribe > connection is NULL\n",
      .entry = ""},
-    {.name = "SetSendDataToSpkViaSPDIFcb",
-     .call = [](int) { return int{Api::SetSendDataToSpkViaSPDIFcb(OnData, bytes)}; },
-     .exported = [](int) { return ::SetSendDataToSpkViaSPDIFcb(OnData, bytes); },
-     .result = 1, .refused = 1, .first = "4 SetSendDataToSpkViaSPDIFcb > called !!!!\n",
-     .turn = false, .entry = "", .connects = false},
+    {BOTH(SetSendDataToSpkViaSPDIFcb), .result = 1, .refused = 1,
+     .first = "4 SetSendDataToSpkViaSPDIFcb > called !!!!\n", .turn = false, .entry = "",
+     .connects = false},
     {BOTH(UnSetSendDataToSpkViaSPDIFcb), .result = 1, .refused = 1,
      .first = "4 UnSetSendDataToSpkViaSPDIFcb >  called !!!!\n", .turn = false, .entry = "",
      .connects = false},
-    {.name = "ExtSpkSetSoundModeChangedCb",
-     .call = [](int) { return Api::ExtSpkSetSoundModeChangedCb(OnMode, nullptr), 0; },
-     .exported = [](int) { return ::ExtSpkSetSoundModeChangedCb(OnMode, nullptr), 0; },
+    {BOTH(ExtSpkSetSoundModeChangedCb),
      .first = "4 ExtSpkSetSoundModeChangedCb > ExtSpkSetSoundModeChangedCb Setting\n",
      .turn = false, .entry = "", .connects = false},
     {BOTH(ALLSignalUnSubscribe),
