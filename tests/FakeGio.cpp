@@ -13,6 +13,7 @@ namespace fake
 
 Outcome bus = Outcome::works;
 Outcome proxy = Outcome::works;
+std::string error = "no such thing";
 std::string reply;
 GVariant* replyValue = nullptr;
 int lockFailures = 0;
@@ -71,7 +72,7 @@ T* Make(const char* name, fake::Outcome outcome, GError** error)
 {
     if (outcome != fake::Outcome::works) {
         if (outcome == fake::Outcome::fails) {
-            g_set_error_literal(error, kErrors, 1, "no such thing");
+            g_set_error_literal(error, kErrors, 1, fake::error.c_str());
         }
         return nullptr;
     }

@@ -27,6 +27,9 @@ enum class Outcome
 };
 extern Outcome bus, proxy;
 
+/** What the error of a failing one says. */
+extern std::string error;
+
 /** The reply to every call in GVariant text form, e.g. "(5,)"; empty: none comes. */
 extern std::string reply;
 

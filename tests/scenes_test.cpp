@@ -5,6 +5,7 @@
 // what the scene shows. A result without a line before it stands on the line of its command.
 #include "Boundary.h"
 #include "FakeGio.h"
+#include "Recorder.h"
 #include "Requests.h"
 
 #include <filesystem>
@@ -261,6 +262,14 @@ void GiveNull(Words& /*words*/)
 const std::map<std::string, void (*)(Words&)> kCommands = {
     {"connect", [](Words&) { Quietly([] { Api::InitDbusConnection(); }); }},
     {"bus", [](Words& words) { fake::bus = Outcome(words); }},
+    {"record-of-error",
+     [](Words& words) {
+         fake::error = std::string(static_cast<size_t>(Number(words)), 'x');
+         Quietly(Api::InitDbusConnection);
+         const auto record = recorder::Record();
+         Add("= ", record.size(),
+             " bytes: ", Shown(record.first(std::min<size_t>(record.size(), 3))));
+     }},
     {"proxy", [](Words& words) { fake::proxy = Outcome(words); }},
     {"reply", [](Words& words) { fake::reply = Rest(words); }},
     {"busy", [](Words&) { fake::lockFailures = 200; }},
