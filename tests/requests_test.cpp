@@ -6,9 +6,7 @@
 #include "Recorder.h"
 #include "Requests.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
-#include <set>
 
 namespace
 {
@@ -185,32 +183,5 @@ const auto kExported = Rows([](const Request& row) { return row.exported != null
 const auto kName = [](const auto& row) { return row.param.name; };
 INSTANTIATE_TEST_SUITE_P(All, EveryRequest, testing::ValuesIn(Rows(&Request::turn)), kName);
 INSTANTIATE_TEST_SUITE_P(All, EveryExport, testing::ValuesIn(kExported), kName);
-
-/** What stands between the two on a line of a file. */
-std::set<std::string> Names(const char* path, const std::string& before, const std::string& after)
-{
-    std::ifstream file(path);
-    std::set<std::string> names;
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with(before) && line.ends_with(after)) {
-            names.insert(line.substr(before.size(), line.size() - before.size() - after.size()));
-        }
-    }
-    return names;
-}
-
-TEST(Table, HasEveryMethodOfTheWireAndEveryCFunctionThatIsExported)
-{
-    std::set<std::string> methods;
-    for (const Request& row : requests::kAll) {
-        methods.insert(row.method);
-    }
-    EXPECT_EQ(Names(ZAV_WIRE, "    <method name=\"", "\">"), methods);
-    std::set<std::string> functions{"_ZN13ZAVServiceAPI*", "*"}; // the class; all else is local
-    for (const Request& row : kExported) {
-        functions.insert(row.name);
-    }
-    EXPECT_EQ(Names(ZAV_MAP, "    ", ";"), functions);
-}
 
 } // namespace
