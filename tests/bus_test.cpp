@@ -4,9 +4,9 @@
 // connects to a bus once and for good: each case is run in one of its own, on a bus of its own.
 #include "Boundary.h"
 #include "Requests.h"
-#include "Service.h"
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <latch>
 #include <thread>
@@ -15,6 +15,52 @@ namespace
 {
 
 using Api = ZAVServiceAPI;
+
+constexpr const char* kService = "org.kelmar.tv.zav";
+constexpr const char* kBus = "org.freedesktop.DBus";
+
+/** What a command prints; one that fails ends the program. */
+std::string Output(const std::string& command)
+{
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (int byte = 0; (byte = getc(pipe)) != EOF;) {
+        output += static_cast<char>(byte);
+    }
+    if (pclose(pipe) != 0) {
+        g_error("%s", command.c_str());
+    }
+    return output;
+}
+
+void Emit(const std::string& signal)
+{
+    Output("zavctl sim emit '" + signal + "'");
+}
+
+/** Kills who owns the name, the bus itself by its own; returns when nobody does. */
+void Kill(const std::string& name)
+{
+    Output("while owner=$(dbus-send --system --print-reply=literal --dest=org.freedesktop.DBus / "
+           "org.freedesktop.DBus.GetConnectionUnixProcessID string:" +
+           name + " 2>/dev/null); do kill -KILL ${owner#*uint32} || :; done");
+}
+
+/** Starts the service again, with a state as new. */
+void Start(const std::string& options = "")
+{
+    Output("zav-sim --quiet " + options + " >/dev/null & exec zavctl wait");
+}
+
+/** Tells the service of each method what becomes of its calls. */
+void ControlAll(const std::string& verb, const std::string& value)
+{
+    std::string methods;
+    for (const Request& one : requests::kAll) {
+        methods += " " + one.method;
+    }
+    Output("for method in" + methods + "; do zavctl sim " + verb + " $method=" + value + "; done");
+}
 
 /** Serves the context, the default one or another, until the condition holds. */
 template <class Condition>
@@ -52,7 +98,7 @@ TEST(Bus, IsReachedAsSoonAsItIsThereAndListenedToOnceHoweverManyThreadsConnect)
     FromManyThreads(::GetWooferLevel);
     static int heard = 0;
     Api::ExtSpkSetSoundModeChangedCb([](int, void*) { ++heard; }, nullptr);
-    service::Emit("SetCbSoundModeChange", "5");
+    Emit("SetCbSoundModeChange=5");
     EXPECT_EQ(AUDIO_EFFECT_STANDARD, Api::GetMode()); // comes after the signal
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }
@@ -73,38 +119,34 @@ void ExpectOfAll(int Request::*end)
 
 TEST(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
 {
-    service::Kill(service::kName);
-    service::Start(requests::ReplyOptions());
+    Kill(kService);
+    Start(requests::ReplyOptions());
     Api::InitDbusConnection();
     boundary::Take(); // records have only the low halves of its addresses
     ExpectOfAll(&Request::result);
-    const auto [calls, peak] = service::Calls();
-    ASSERT_EQ(requests::kAll.size(), calls.size());
-    for (size_t i = 0; i < calls.size(); ++i) {
-        EXPECT_EQ(requests::kAll[i].method + " " + requests::kAll[i].sent, calls[i]);
-    }
+    std::string calls;
     for (const Request& one : requests::kAll) {
-        service::Control("reply " + one.method + "='text'");
+        calls += one.method + " " + one.sent + "\n";
     }
+    EXPECT_EQ(calls, Output("zavctl sim calls | sed 's/ :[0-9.]*$//'"));
+    ControlAll("reply", "\"'text'\"");
     ExpectOfAll(&Request::mistyped);
-    for (const Request& one : requests::kAll) {
-        service::Control("fail " + one.method + "=org.freedesktop.DBus.Error.AccessDenied");
-    }
+    ControlAll("fail", "org.freedesktop.DBus.Error.AccessDenied");
     ExpectOfAll(&Request::unanswered);
-    service::Kill(service::kName);
+    Kill(kService);
     ExpectOfAll(&Request::unanswered);
-    service::Start(requests::ReplyOptions());
+    Start(requests::ReplyOptions());
     IterateUntil([] { return Api::GetWooferLevel() != -1; }); // the proxy learns of it there
     ExpectOfAll(&Request::result);
     g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
-    service::Kill(service::kBus);
+    Kill(kBus);
     ExpectOfAll(&Request::unanswered);
 }
 
 TEST(Bus, NeverHasTwoRequestsOfAProgramOnTheWire)
 {
     Api::InitDbusConnection();
-    service::Control("delay GetMode=10"); // time enough for another to arrive
+    Output("zavctl sim delay GetMode=10"); // time enough for another to arrive
     std::atomic<int> answered = 0;
     std::atomic<int> refused = 0;
     FromManyThreads([&] {
@@ -114,9 +156,9 @@ TEST(Bus, NeverHasTwoRequestsOfAProgramOnTheWire)
             refused += mode == AUDIO_EFFECT_NONE ? 1 : 0;
         }
     });
-    const auto [calls, peakOpen] = service::Calls();
-    EXPECT_EQ(1U, peakOpen);
-    EXPECT_EQ(answered, static_cast<int>(calls.size()));
+    EXPECT_EQ("\"peak-open\":1\n",
+              Output("zavctl sim calls --json | grep -o '\"peak-open\":[0-9]*'"));
+    EXPECT_EQ(std::to_string(answered) + "\n", Output("zavctl sim calls | wc -l"));
     EXPECT_EQ(8 * 5, answered + refused);
     const std::string log = boundary::Take();
     EXPECT_EQ(std::string::npos, log.find("broken:")) << log;
@@ -137,13 +179,13 @@ TEST(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
             },
             nullptr);
         std::vector<int> sent;
-        for (int mode = 0; mode < 500; ++mode) {
-            if (mode == 250) { // the next service is heard as well
-                service::Kill(service::kName);
-                service::Start();
+        for (int mode = 0; mode < 20; ++mode) {
+            if (mode == 10) { // the next service is heard as well
+                Kill(kService);
+                Start();
             }
             sent.push_back(mode);
-            service::Emit("SetCbSoundModeChange", std::to_string(mode));
+            Emit("SetCbSoundModeChange=" + std::to_string(mode));
         }
         EXPECT_TRUE(heard.empty());
         IterateUntil([&sent] { return heard.size() == sent.size(); }, context);
@@ -170,7 +212,9 @@ TEST(Bus, LetsAProgramEndWhileSignalsArrive)
                   Api::SignalSubscribe([] { ++signals; });
                   std::thread([] {
                       for (;;) {
-                          service::Emit("InvokeSignalHandler");
+                          g_dbus_connection_emit_signal(Api::connection, nullptr,
+                                                        "/org/kelmar/tv/zav", kService,
+                                                        "InvokeSignalHandler", nullptr, nullptr);
                       }
                   }).detach();
                   std::thread([] { IterateUntil([] { return false; }); }).detach();
@@ -184,7 +228,7 @@ TEST(Bus, EndsTheProcessWhenItGoesAwayAsGLibDoesUnlessToldOtherwise)
 {
     EXPECT_EQ("the process ends by signal " + std::to_string(SIGTERM) + "\n", EndOf([] {
                   Api::InitDbusConnection();
-                  service::Kill(service::kBus);
+                  Kill(kBus);
                   IterateUntil([] { return false; });
               }));
 }
