@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <latch>
+#include <malloc.h>
 #include <thread>
 
 namespace
@@ -47,8 +48,9 @@ void Kill(const std::string& name)
 }
 
 /** Starts the service again, with a state as new. */
-void Start(const std::string& options = "")
+void Restart(const std::string& options = "")
 {
+    Kill(kService);
     Output("zav-sim --quiet " + options + " >/dev/null & exec zavctl wait");
 }
 
@@ -70,6 +72,8 @@ void IterateUntil(const Condition& holds, GMainContext* context = nullptr)
         g_main_context_iteration(context, TRUE);
     }
 }
+
+std::atomic<int> signals; // without data, that were heard
 
 /** Calls from eight threads at once. */
 void FromManyThreads(const std::function<void()>& call)
@@ -119,8 +123,7 @@ void ExpectOfAll(int Request::*end)
 
 TEST(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
 {
-    Kill(kService);
-    Start(requests::ReplyOptions());
+    Restart(requests::ReplyOptions());
     Api::InitDbusConnection();
     boundary::Take(); // records have only the low halves of its addresses
     ExpectOfAll(&Request::result);
@@ -135,7 +138,7 @@ TEST(Bus, TellsEveryRequestWhateverBecomesOfTheServiceAndOfItself)
     ExpectOfAll(&Request::unanswered);
     Kill(kService);
     ExpectOfAll(&Request::unanswered);
-    Start(requests::ReplyOptions());
+    Restart(requests::ReplyOptions());
     IterateUntil([] { return Api::GetWooferLevel() != -1; }); // the proxy learns of it there
     ExpectOfAll(&Request::result);
     g_dbus_connection_set_exit_on_close(Api::connection, FALSE);
@@ -181,8 +184,7 @@ TEST(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
         std::vector<int> sent;
         for (int mode = 0; mode < 20; ++mode) {
             if (mode == 10) { // the next service is heard as well
-                Kill(kService);
-                Start();
+                Restart();
             }
             sent.push_back(mode);
             Emit("SetCbSoundModeChange=" + std::to_string(mode));
@@ -193,6 +195,56 @@ TEST(Bus, KeepsSignalsForTheContextOfTheThreadThatConnected)
         EXPECT_EQ(std::this_thread::get_id(), calledOn);
         g_main_context_pop_thread_default(context);
     }).join();
+}
+
+/** Requests from one thread while the service is killed and started again so often. */
+void AskWhileTheServiceComesAndGoes(int times)
+{
+    std::atomic<bool> enough = false;
+    std::thread asking([&enough] {
+        while (!enough) {
+            for (const Request& one : requests::kAll) {
+                const int end = one.run();
+                EXPECT_TRUE(end == one.result || end == one.unanswered) << one.name << ": " << end;
+            }
+        }
+    });
+    for (int i = 0; i < times; ++i) {
+        Restart(requests::ReplyOptions());
+        const int heard = signals;
+        Emit("InvokeSignalHandler");
+        IterateUntil([heard] { return signals > heard; });
+    }
+    enough = true;
+    asking.join();
+}
+
+TEST(Bus, LeavesNothingOfServicesThatComeAndGo)
+{
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    boundary::kept = false;
+    Restart(requests::ReplyOptions());
+    Api::InitDbusConnection();
+    Api::SignalSubscribe([] { ++signals; });
+    AskWhileTheServiceComesAndGoes(2);
+    const auto opened = descriptors();
+    const size_t taken = mallinfo2().uordblks;
+    const char* const soak = getenv("ZAV_SOAK"); // so many services, for as long as you like
+    const int services = soak != nullptr ? std::stoi(soak) : 10;
+    AskWhileTheServiceComesAndGoes(services);
+    EXPECT_GT(opened + services, descriptors());
+    EXPECT_GT(taken + 1'000'000, mallinfo2().uordblks);
+}
+
+TEST(Bus, HasAServiceThatForgetsTheOldestCalls)
+{
+    for (int i = 0; i < 1003; ++i) {
+        GetWooferLevel();
+    }
+    EXPECT_EQ("1000\n", Output("zavctl sim calls | grep -c GetWooferLevel"));
+    EXPECT_EQ("\"dropped\":3\n", Output("zavctl sim calls --json | grep -o '\"dropped\":[0-9]*'"));
 }
 
 /** For a process that ends; GIO's thread does not survive a fork, and is not there before. */
@@ -207,7 +259,6 @@ std::string EndOf(void (*play)())
 TEST(Bus, LetsAProgramEndWhileSignalsArrive)
 {
     EXPECT_EQ("", EndOf([] {
-                  static std::atomic<int> signals = 0;
                   Api::InitDbusConnection();
                   Api::SignalSubscribe([] { ++signals; });
                   std::thread([] {
