@@ -227,19 +227,6 @@ void MakeRequests()
         ->handler(nullptr, "", "", "", "notifyZAVCsharpCallback", event, nullptr);
 }
 
-void MakeFragments()
-{
-    static constexpr const char* name = "GetWooferLevel";
-    const auto logEnd = [] {
-        LOG_POINT_AS(DLOG_INFO, name, name, "Returned from ZAVService...");
-        LOG_POINT_AS(DLOG_INFO, name, name, "IntDataReceived: %d from ZAVService", 1);
-    };
-    logEnd();
-    AskForWooferLevel(0, "(7,)");
-    logEnd();
-    LOG_POINT_AS(DLOG_INFO, name, name, "Sending Integer Data to ZAVService.....");
-}
-
 // ---- The reader on damage
 
 using Records = std::vector<std::pair<std::int64_t, std::string>>; // time and payload
@@ -341,7 +328,6 @@ const std::map<std::string_view, void (*)()> kScenes = {
     {"line", LogOneLine},
     {"pipe", LogToAPipeThatNobodyReads},
     {"requests", MakeRequests},
-    {"fragments", MakeFragments},
     {"damage", ReadDamagedStores},
 };
 
