@@ -25,14 +25,10 @@ struct Path
     std::string name;
     std::string reply = "";
     int lockFailures = 0;
-    bool connected = true;
     bool recorded = true;
+    bool connected = true;
+    const char* connecting = ""; // lines of a C function that does
 };
-
-std::string Result(int result)
-{
-    return "= " + std::to_string(result) + "\n";
-}
 
 /** The lines of the method, and its result. */
 std::pair<std::string, int> Expected(const Request& row, const Path& path)
@@ -83,14 +79,26 @@ std::pair<std::string, int> Expected(const Request& row, const Path& path)
             good ? row.result : row.mistyped};
 }
 
-void Meet(const Path& path, Operation call, const Request& row)
+std::string ExpectedLog(const Request& row, const Path& path)
+{
+    const auto [lines, result] = Expected(row, path);
+    const std::string returned = Replaced(row.returned, "#", std::to_string(result));
+    const std::string all = Replaced(row.entry + std::string(row.connects ? path.connecting : "") +
+                                         row.sending + lines + returned,
+                                     "{}", row.name);
+    return "# " + path.name + "\n" +
+           (path.recorded ? all : Replaced(all, "^([0-9].*?)( \\| .*)?$", "\\1 | no record")) +
+           "= " + std::to_string(result) + "\n";
+}
+
+void Meet(const Path& path, const Request& row)
 {
     boundary::Add("# ", path.name);
     fake::reply = path.reply;
     fake::lockFailures = path.lockFailures;
     TIStorageManagerState::enabled = path.name != "while tracing is off";
     recorder::storeIsFull = path.name == "with the store full";
-    boundary::Add("= ", call(row.value));
+    boundary::Add("= ", row.run());
 }
 
 class EveryRequest : public testing::TestWithParam<Request>
@@ -101,87 +109,59 @@ TEST_P(EveryRequest, EndsOnEachPathAsItsRowSays)
 {
     const Request& row = GetParam();
     const std::vector<Path> paths = {
-        {"without a connection", "", 0, false},
-        {"while tracing is off", row.reply, 0, true, false},
-        {"with tracing on", row.reply},
-        {"with the store full", row.reply, 0, true, false},
-        {"busy to the end", row.reply, 100},
-        {"at the last attempt", row.reply, 99},
-        {"without a reply"},
-        {"with a reply of another type", "('text',)"},
-        {"with a number of another size", "(@x 5,)"},
-        {"with one number too many", "(1, 2)"},
-        {"once more", row.reply},
+        {"while tracing is off", row.reply, 0, false}, {"with tracing on", row.reply},
+        {"with the store full", row.reply, 0, false},  {"busy to the end", row.reply, 100},
+        {"at the last attempt", row.reply, 99},        {"without a reply"},
+        {"with a reply of another type", "('text',)"}, {"with a number of another size", "(@x 5,)"},
+        {"with one number too many", "(1, 2)"},        {"once more", row.reply},
     };
-    std::string expected;
-    for (const Path& path : paths) {
-        const auto [lines, result] = Expected(row, path);
-        expected +=
-            "# " + path.name + "\n" +
-            (path.recorded ? lines : Replaced(lines, "^([0-9].*?)( \\| .*)?$", "\\1 | no record")) +
-            Result(result);
-    }
-    EXPECT_TRUE(boundary::IsSame(expected, boundary::LogOf([&] {
-                                     for (const Path& path : paths) {
-                                         Meet(path, row.call, row);
-                                         boundary::Quietly(requests::Api::InitDbusConnection);
-                                     }
-                                 })));
-}
-
-class EveryExport : public testing::TestWithParam<Request>
-{
-};
-
-/** The lines of the C function, and its result. */
-std::string ExpectedOfExport(const Request& row, const Path& path, const std::string& connecting)
-{
-    const auto [lines, result] = Expected(row, path);
-    const std::string returned = Replaced(row.returned, "#", std::to_string(result));
-    const std::string all = row.entry + (row.connects ? connecting : "") + row.sending + lines +
-                            returned + Result(result);
-    return "# " + path.name + "\n" + Replaced(all, "{}", row.name);
-}
-
-TEST_P(EveryExport, ConnectsOrNotAndForwardsToItsMethod)
-{
-    const Request& row = GetParam();
+    const Path failing{"when the bus cannot be reached", row.reply, 0, true, false, kFailing};
+    const Path connecting{"when it can", row.reply, 0, true, row.connects, kConnecting};
     Request first = row;
     if (row.name == "InitDbusConnection") {
         first.connected = ""; // it is what connects
     }
-    const Path failing{"when the bus cannot be reached", row.reply, 0, false};
-    const Path connecting{"when it can", row.reply, 0, row.connects};
-    const Path connected{"with a connection", row.reply};
+    std::string expected = ExpectedLog(row, failing) + ExpectedLog(first, connecting);
+    for (const Path& path : paths) {
+        expected += ExpectedLog(row, path);
+    }
     const std::string log = boundary::LogOf([&] {
         // Connecting has a scene of its own: here its log lines suffice.
         boundary::wanted = "^(?!bus|proxy|connection is|flag is|subscribe)";
         fake::bus = fake::Outcome::failsWithoutError;
-        Meet(failing, row.exported, row);
+        Meet(failing, row);
         fake::bus = fake::Outcome::works;
-        Meet(connecting, row.exported, row);
+        Meet(connecting, row);
         boundary::Quietly(requests::Api::InitDbusConnection);
-        Meet(connected, row.exported, row);
+        for (const Path& path : paths) {
+            Meet(path, row);
+        }
     });
-    EXPECT_TRUE(boundary::IsSame(ExpectedOfExport(row, failing, kFailing) +
-                                     ExpectedOfExport(first, connecting, kConnecting) +
-                                     ExpectedOfExport(row, connected, ""),
-                                 log));
+    EXPECT_TRUE(boundary::IsSame(expected, log));
 }
 
-template <class Predicate>
-std::vector<Request> Rows(const Predicate& holds)
+/** The rows as methods that wait for their turn, or as C functions. */
+std::vector<Request> Rows(bool exported)
 {
     std::vector<Request> rows;
     for (const auto* all : {&requests::kAll, &requests::kOthers}) {
-        std::ranges::copy_if(*all, std::back_inserter(rows), holds);
+        for (Request row : *all) {
+            if (exported) {
+                row.call = row.exported;
+            } else {
+                row.entry = row.sending = row.returned = "";
+                row.connects = false;
+            }
+            if (exported ? row.call != nullptr : row.turn) {
+                rows.push_back(row);
+            }
+        }
     }
     return rows;
 }
 
-const auto kExported = Rows([](const Request& row) { return row.exported != nullptr; });
 const auto kName = [](const auto& row) { return row.param.name; };
-INSTANTIATE_TEST_SUITE_P(All, EveryRequest, testing::ValuesIn(Rows(&Request::turn)), kName);
-INSTANTIATE_TEST_SUITE_P(All, EveryExport, testing::ValuesIn(kExported), kName);
+INSTANTIATE_TEST_SUITE_P(Methods, EveryRequest, testing::ValuesIn(Rows(false)), kName);
+INSTANTIATE_TEST_SUITE_P(CFunctions, EveryRequest, testing::ValuesIn(Rows(true)), kName);
 
 } // namespace
