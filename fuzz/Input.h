@@ -10,10 +10,10 @@
 #include <string>
 
 /** Ends the program where a condition does not hold, so that the input is kept as a finding. */
-inline void Demand(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE())
 {
     if (!holds) {
-        fprintf(stderr, "%s:%d: demanded in vain\n", file, line);
+        fprintf(stderr, "%s:%d: does not hold\n", file, line);
         __builtin_trap();
     }
 }

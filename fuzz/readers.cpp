@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// What is read from files that others wrote: trace stores and the simulated service's scenarios.
+// What is read from files that others wrote: scenarios of the simulated service, text logs,
+// recorded sessions and trace stores. Each input is given to all four readers.
+#include "Capture.h"
 #include "Input.h"
+#include "Recording.h"
 #include "Scenario.h"
+#include "TextLog.h"
 #include "TraceReader.h"
 
 #include <sstream>
@@ -13,35 +17,91 @@
 namespace
 {
 
-/** Whatever a reader returns fits its log point, and without damage comes in the order of time. */
-void ReadTraceStore(const std::string& content)
+/** @return the path of a file with this content */
+const char* FileOf(const std::string& content)
 {
-    static const int file = memfd_create("store", MFD_CLOEXEC);
-    Demand(ftruncate(file, 0) == 0);
-    Demand(pwrite(file, content.data(), content.size(), 0) == std::ssize(content));
+    static const int file = memfd_create("content", MFD_CLOEXEC);
+    static const std::string path = "/proc/self/fd/" + std::to_string(file);
+    Require(ftruncate(file, 0) == 0);
+    Require(pwrite(file, content.data(), content.size(), 0) == std::ssize(content));
+    return path.c_str();
+}
+
+void ReadSteps(const std::string& content)
+{
+    std::istringstream lines(content);
     try {
-        trace::Reader reader("/proc/self/fd/" + std::to_string(file));
-        std::int64_t last = INT64_MIN;
-        bool isSorted = true;
-        while (const trace::Record* record = reader.Next()) {
-            Demand(trace::Arguments(*record).size() == record->location->arguments.size());
-            trace::Message(*record);
-            trace::Operation(*record->location);
-            isSorted = isSorted && record->time >= last;
-            last = record->time;
+        Require(std::ranges::is_sorted(ReadScenario(lines).steps, {}, &Step::at));
+    } catch (const std::invalid_argument&) {
+    }
+}
+
+/** The simulated service takes whatever scenario comes of a session. */
+void ReadSession(const std::string& content)
+{
+    const Excerpt whole;
+    Recording recording(whole);
+    try {
+        Capture capture(FileOf(content));
+        while (capture.Next()) {
+            recording.Add(capture.Message(), capture.Time());
         }
-        Demand(isSorted || reader.Damage());
+    } catch (const std::runtime_error&) {
+    }
+    std::stringstream lines;
+    recording.Print(lines);
+    const Scenario scenario = ReadScenario(lines);
+    Require(recording.IsEmpty() == (scenario.steps.empty() && scenario.calls.empty()));
+}
+
+/** Each record fits its log point and can be shown. @return whether they come in order of time */
+bool ReadRecords(trace::Source& source)
+{
+    std::int64_t last = INT64_MIN;
+    bool isSorted = true;
+    while (const trace::Record* record = source.Next()) {
+        Require(trace::Arguments(*record).size() == record->location->arguments.size());
+        trace::Message(*record);
+        trace::Operation(*record->location);
+        isSorted = isSorted && record->time >= last;
+        last = record->time;
+    }
+    return isSorted;
+}
+
+void ReadLog(const std::string& content)
+{
+    std::istringstream lines(content);
+    try {
+        cli::TextLog log(lines);
+        Require(ReadRecords(log));
     } catch (const std::runtime_error&) {
     }
 }
 
-void ReadSteps(const std::string& file)
+void ReadStore(const std::string& content)
 {
-    std::istringstream lines(file);
     try {
-        Demand(std::ranges::is_sorted(ReadScenario(lines).steps, {}, &Step::at));
-    } catch (const std::invalid_argument&) {
+        trace::Reader reader(FileOf(content));
+        Require(ReadRecords(reader) || reader.Damage());
+    } catch (const std::runtime_error&) {
     }
+}
+
+static_assert(lumo::format::kMagic == 0x32'43'52'54'4F'4D'55'4C, "make the seeds of stores anew");
+
+/** A store of three chunks that is given without most of its zeros. */
+std::string WithZeros(Input store)
+{
+    constexpr size_t kept = 500;
+    std::string file =
+        store.Take(sizeof(lumo::format::FileHeader) + 3 * sizeof(lumo::format::Chunk));
+    file.resize(lumo::format::kBlock);
+    while (!store.IsEmpty()) {
+        file += store.Take(kept);
+        file.resize(file.size() + lumo::format::kChunkSize - kept);
+    }
+    return file;
 }
 
 } // namespace
@@ -49,24 +109,13 @@ void ReadSteps(const std::string& file)
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
-    Input input(data, size);
-    switch (input.Byte() % 3) {
-    case 0:
-        ReadSteps(input.Rest());
-        break;
-    case 1:
-        ReadTraceStore(input.Rest());
-        break;
-    default: { // a store of three chunks without most of its zeros
-        constexpr std::size_t table = 3 * sizeof(lumo::format::Chunk);
-        std::string file = input.Take(sizeof(lumo::format::FileHeader) + table);
-        file.resize(lumo::format::kBlock);
-        while (!input.IsEmpty()) {
-            file += input.Take(500);
-            file.resize(file.size() + lumo::format::kChunkSize - 500);
-        }
-        ReadTraceStore(file);
-    }
+    const std::string content(reinterpret_cast<const char*>(data), size);
+    ReadSteps(content);
+    ReadSession(content);
+    ReadLog(content);
+    ReadStore(content);
+    if (content.starts_with("LUMOTRC")) {
+        ReadStore(WithZeros(Input(data, size)));
     }
     return 0;
 }

@@ -16,22 +16,23 @@ namespace
 
 // ---- Replies and parameters
 
-/** A tuple as the bus brings it; long arrays repeat what they begin with. */
-GVariant* Tuple(const char* type, Input& input)
+/** A tuple as the bus brings it; an array is of that many bytes at the most. */
+GVariant* Tuple(const std::string& type, Input& input, gsize most)
 {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE_TUPLE);
-    for (const char* member = type + 1; *member != ')'; ++member) {
+    for (const char* member = &type[1]; *member != ')'; ++member) {
         if (*member != 'a') {
             g_variant_builder_add(&builder, *member == 'b' ? "b" : "i",
                                   *member == 'b' ? input.Byte() & 1 : input.Int());
             continue;
         }
         const bool ofBytes = *++member == 'y';
-        const gsize count = input.Take<uint16_t>() % (ofBytes ? 8192 : requests::kLevels);
         const gsize size = ofBytes ? 1 : sizeof(int);
+        const gsize room = std::min(most, ofBytes ? most : sizeof requests::levels) / size;
+        const gsize count = input.Take<uint16_t>() % (room + 1);
         std::string bytes = input.Take(std::min<gsize>(count * size, 64));
-        while (bytes.size() < count * size) {
+        while (bytes.size() < count * size) { // a long one repeats what it begins with
             bytes += bytes;
         }
         g_variant_builder_add_value(
@@ -43,36 +44,25 @@ GVariant* Tuple(const char* type, Input& input)
 }
 
 /** That, or any bytes as one of its types or as a tuple of any type. */
-GVariant* TakeBody(Input& input)
+GVariant* TakeBody(Input& input, gsize most)
 {
     static constexpr const char* types[] = {"()",   "(b)",   "(i)",    "(aii)",
                                             "(ay)", "(ayi)", "(ayii)", "(iayi)"};
     const unsigned char choice = input.Byte();
-    const char* const known = types[choice % std::size(types)];
+    std::string type = types[choice % std::size(types)];
     if (choice < 160) {
-        g_autoptr(GVariant) value = g_variant_ref_sink(Tuple(known, input));
+        g_autoptr(GVariant) value = g_variant_ref_sink(Tuple(type, input, most));
         return fake::CountedReply(g_variant_get_type(value), g_variant_get_data(value),
                                   g_variant_get_size(value));
     }
-    const std::string any = choice < 208 ? known : "(" + input.Take(input.Byte() % 32);
-    const bool isType = g_variant_is_signature(any.c_str()) != FALSE &&
-                        g_variant_type_string_is_valid(any.c_str()) != FALSE;
-    const std::string bytes = input.Take(input.Byte());
-    return fake::CountedReply(G_VARIANT_TYPE(isType ? any.c_str() : "(v)"), bytes.data(),
-                              bytes.size());
-}
-
-/** How many bytes its longest array of them has. */
-gsize LongestBytes(GVariant* tuple)
-{
-    gsize longest = 0;
-    for (gsize i = 0; i < g_variant_n_children(tuple); ++i) {
-        g_autoptr(GVariant) member = g_variant_get_child_value(tuple, i);
-        if (g_variant_is_of_type(member, G_VARIANT_TYPE_BYTESTRING)) {
-            longest = std::max(longest, g_variant_get_size(member));
-        }
+    if (choice >= 208) {
+        type = "(" + input.Take(input.Byte() % 32);
     }
-    return longest;
+    const bool isType = g_variant_is_signature(type.c_str()) != FALSE &&
+                        g_variant_type_string_is_valid(type.c_str()) != FALSE;
+    const std::string bytes = input.Take(std::min<gsize>(input.Byte(), most));
+    return fake::CountedReply(G_VARIANT_TYPE(isType ? type.c_str() : "(v)"), bytes.data(),
+                              bytes.size());
 }
 
 // ---- Callbacks, which read all that they may
@@ -80,7 +70,7 @@ gsize LongestBytes(GVariant* tuple)
 void Read(const void* data, size_t size)
 {
     const std::string copy(static_cast<const char*>(data), size);
-    Demand(copy.size() == size);
+    Require(copy.size() == size);
 }
 
 void Register()
@@ -102,73 +92,59 @@ void Register()
 
 // ---- Steps
 
-/** What an operation meets; no body: no reply comes, or a signal without parameters. */
-struct Circumstances
+/** Asks, and sees that a request without an answer has the result of its row. */
+void Ask(const Request& row, Operation call, int value, bool refused)
 {
-    bool refused;
-    GVariant* body;
-};
-
-void Signal(Input& input, const Circumstances& met)
-{
-    const auto& [member, handler] = fake::subscriptions[input.Byte() % fake::subscriptions.size()];
-    const gsize most = member == "notifyZAVCsharpCallback" ? ZAV_MAX_EVENT_DATA : ZAV_SPDIF_BUFFER;
-    if (met.body == nullptr || LongestBytes(met.body) <= most) {
-        handler(nullptr, nullptr, nullptr, nullptr, nullptr, met.body, nullptr);
-    }
-}
-
-void Ask(const Request& row, Operation call, int value, const Circumstances& met)
-{
-    if (row.method == "GetSCL" && met.body != nullptr &&
-        LongestBytes(met.body) >= (ZAV_MAX_SPEAKERS + 1) * sizeof(SCLSpkInfo)) {
-        return;
-    }
     const int result = call(value);
     const bool waits =
         !row.reply.empty() && (row.value == 0 || value > 0); // or has nothing to send
-    if (met.refused) {
-        Demand(result == row.refused);
-    } else if (waits && met.body == nullptr) {
-        Demand(result == row.unanswered);
-    } else if (waits && g_variant_is_of_type(met.body, G_VARIANT_TYPE_UNIT) != FALSE) {
-        Demand(result == row.mistyped);
+    if (refused) {
+        Require(result == row.refused);
+    } else if (waits && fake::replyValue == nullptr) {
+        Require(result == row.unanswered);
+    } else if (waits && g_variant_is_of_type(fake::replyValue, G_VARIANT_TYPE_UNIT) != FALSE) {
+        Require(result == row.mistyped);
     }
 }
 
+enum Circumstance
+{
+    silent = 252, // no reply comes, or a signal without parameters
+    notConnected,
+    nearlyBusy,
+    busy
+};
+
 void Step(Input& input)
 {
-    enum
-    {
-        silent = 252,
-        notConnected,
-        nearlyBusy,
-        busy
-    };
     const unsigned char operation = input.Byte();
     const unsigned char circumstance = input.Byte();
+    const auto take = [&](gsize most) {
+        fake::replyValue = circumstance == silent ? nullptr : TakeBody(input, most);
+    };
     GDBusProxy* const proxy = Api::proxy;
     Api::proxy = circumstance == notConnected ? nullptr : proxy;
     fake::lockFailures = circumstance == busy ? 100 : circumstance == nearlyBusy ? 99 : 0;
-    fake::replyValue = circumstance == silent ? nullptr : TakeBody(input);
     fake::use.calls = 0;
-    const Circumstances met = {circumstance == notConnected || circumstance == busy,
-                               fake::replyValue};
     if (operation < 64) {
-        Signal(input, met);
+        const auto& [member, handler] = fake::subscriptions[operation % fake::subscriptions.size()];
+        take(member == "notifyZAVCsharpCallback" ? ZAV_MAX_EVENT_DATA : ZAV_SPDIF_BUFFER);
+        handler(nullptr, nullptr, nullptr, nullptr, nullptr, fake::replyValue, nullptr);
     } else if (operation < 80) {
         const Request& row = requests::kOthers[operation % requests::kOthers.size()];
         (row.exported != nullptr ? row.exported : row.call)(0);
     } else {
         const Request& row = requests::kAll[operation % requests::kAll.size()];
+        take((ZAV_MAX_SPEAKERS + 1) * sizeof(SCLSpkInfo) - 1);
         const bool exported = row.exported != nullptr && (input.Byte() & 1) != 0;
         Ask(row, exported ? row.exported : row.call,
-            row.value != 0 ? std::min(input.Int(), row.most) : 0, met);
+            row.value != 0 ? std::min(input.Int(), row.most) : 0,
+            circumstance == notConnected || circumstance == busy);
     }
-    Demand(fake::use.calls <= 1 && fake::use.callsWithoutLock == 0);
+    Require(fake::use.calls <= 1 && fake::use.callsWithoutLock == 0);
     Api::proxy = proxy;
     g_clear_pointer(&fake::replyValue, g_variant_unref);
-    Demand(fake::use.HoldsNothing());
+    Require(fake::use.HoldsNothing());
 }
 
 } // namespace
@@ -178,7 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
     boundary::kept = false;
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_ERROR));
-    Demand(::InitDbusConnection() == 0);
+    Require(::InitDbusConnection() == 0);
     Register();
     Input input(data, size);
     for (int step = 0; step < 16 && !input.IsEmpty(); ++step) {

@@ -14,13 +14,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 namespace recorder
 {
 
 bool storeIsFull = false;
 std::function<void(const std::string& message)> onRecord;
-std::vector<lumo::TCCallLocation> locations;
 
 } // namespace recorder
 
@@ -29,6 +29,8 @@ namespace
 
 constexpr std::string_view kPrefix = "%s: %s(%d) > ";
 constexpr unsigned char kGuard = 0xEE;
+
+std::vector<lumo::TCCallLocation> locations; // that were registered
 
 /** A log point between its first call and its last. */
 struct Point
@@ -203,7 +205,7 @@ void TCStorage::SaveLocation(const TCCallLocation& location)
                "the registration");
     }
     const std::lock_guard lock(boundary::guard);
-    recorder::locations.push_back(location);
+    locations.push_back(location);
 }
 
 struct TCThreadHandle
@@ -236,10 +238,8 @@ void TCStorage::Commit(TCThreadHandle* thread)
     Expect(thread == ThreadHandle() && block[blockSize] == kGuard, "the record");
     if (boundary::kept) {
         std::unique_lock lock(boundary::guard);
-        const auto location =
-            std::ranges::find(recorder::locations, blockLocation, &TCCallLocation::id);
-        const auto found =
-            location != recorder::locations.end() ? std::optional(*location) : std::nullopt;
+        const auto location = std::ranges::find(locations, blockLocation, &TCCallLocation::id);
+        const auto found = location != locations.end() ? std::optional(*location) : std::nullopt;
         lock.unlock();
         point.record = found ? Described(*found) : ", its record of nowhere";
     }

@@ -13,7 +13,6 @@
 #include <functional>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace recorder
 {
@@ -23,9 +22,6 @@ extern bool storeIsFull;
 
 /** Called with the message of a log point between its line and its record, if set; may throw. */
 extern std::function<void(const std::string& message)> onRecord;
-
-/** The locations registered so far in this process, in order. */
-extern std::vector<lumo::TCCallLocation> locations;
 
 /** This thread's last record; its block is of the size that was asked for. */
 std::span<const unsigned char> Record();
