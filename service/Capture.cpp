@@ -41,6 +41,10 @@ bool Capture::Next()
     if (!m_message) {
         throw std::runtime_error(place + error->message);
     }
-    m_time = std::int64_t{header->ts.tv_sec} * 1'000'000'000 + header->ts.tv_usec;
+    if (header->ts.tv_sec < 0 ||
+        __builtin_mul_overflow(header->ts.tv_sec, 1'000'000'000, &m_time) ||
+        __builtin_add_overflow(m_time, header->ts.tv_usec, &m_time)) {
+        throw std::runtime_error(place + "its time cannot be");
+    }
     return true;
 }
