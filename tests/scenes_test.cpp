@@ -279,16 +279,6 @@ const std::map<std::string, void (*)(Words&)> kCommands = {
     {"speakers", GetSpeakers},
     {"modes-of-mask", Decode<Api::createSoundEffectList>},
     {"modes-of-selection", Decode<Api::popSoundEffectList>},
-    {"modes-of-bits",
-     [](Words&) {
-         Modes all;
-         for (int bit = 1; bit <= 0x4000; bit <<= 1) {
-             Modes modes;
-             Api::createSoundEffectList(&modes, bit);
-             all.splice(all.end(), modes);
-         }
-         Add("= ", Shown(all));
-     }},
     {"modes-in-C",
      [](Words&) {
          int buffer[4] = {7, 7, 7, 7};

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <future>
 #include <latch>
-#include <stdexcept>
 #include <thread>
 
 namespace
@@ -59,8 +58,8 @@ TEST(FirstConnection, IsNotTakenAwayByAnotherThreadsFailure)
     });
 }
 
-/** Many threads attempt to connect at once. @return how many get an exception */
-int ConnectAllAtOnce()
+/** Many threads attempt to connect at once. */
+void ConnectAllAtOnce()
 {
     constexpr int count = 8;
     static std::latch all(count);
@@ -80,42 +79,15 @@ int ConnectAllAtOnce()
             EXPECT_EQ(6U, fake::subscriptions.size());
         }));
     }
-    int exceptions = 0;
-    for (auto& thread : threads) {
-        try {
-            thread.get();
-        } catch (const std::runtime_error&) {
-            ++exceptions;
-        }
-    }
-    return exceptions;
+    threads.clear(); // waits for all
 }
 
 TEST(FirstConnection, IsPublishedOnceByManyThreadsAndThereWhenAnyGoesOn)
 {
-    const std::string log = LogOf([] { EXPECT_EQ(0, ConnectAllAtOnce()); });
+    const std::string log = LogOf(ConnectAllAtOnce);
     const size_t line = log.find("connection=");
     EXPECT_NE(std::string::npos, line) << log;
     EXPECT_EQ(std::string::npos, log.find("connection=", line + 1)) << log;
-}
-
-TEST(FirstConnection, IsLeftToTheNextWhenTheTraceLibraryThrows)
-{
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the checker's own guard of a static variable does not always wake who waits "
-                    "for it when its initialization has thrown";
-#endif
-    LogOf([] {
-        static std::atomic<bool> thrown = false;
-        recorder::onRecord = [](const std::string& message) {
-            if (message.starts_with("connection=") && !thrown.exchange(true)) {
-                EXPECT_EQ(nullptr, Api::connection);
-                EXPECT_FALSE(Api::m_bDBusConnectionState);
-                throw std::runtime_error("no room for a record");
-            }
-        };
-        EXPECT_EQ(1, ConnectAllAtOnce());
-    });
 }
 
 // Two sets of callbacks, each with user data of its own: what belongs together is known by its
