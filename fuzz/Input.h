@@ -9,6 +9,9 @@
 #include <span>
 #include <string>
 
+/** What is fuzzed; libFuzzer's name for it. */
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
+
 /** Ends the program where a condition does not hold, so that the input is kept as a finding. */
 inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE())
 {

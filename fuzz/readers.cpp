@@ -106,8 +106,7 @@ std::string WithZeros(Input store)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
+int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
     const std::string content(reinterpret_cast<const char*>(data), size);
     ReadSteps(content);

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // replay FOLDER...: runs what is fuzzed once for each file of the folders.
+#include "Input.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
-
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
 
 int main(int count, char** folders)
 {

@@ -149,8 +149,7 @@ void Step(Input& input)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
+int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
     boundary::kept = false;
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_ERROR));

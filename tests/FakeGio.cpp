@@ -48,7 +48,7 @@ void NoteState()
     }
 }
 
-[[maybe_unused]] const bool noting = (boundary::beforeLine = NoteState) != nullptr;
+[[maybe_unused]] const bool kNoting = (boundary::beforeLine = NoteState) != nullptr;
 
 /** For the end of a line: nothing, or that a call has other arguments than it should. */
 const char* Unless(bool asItShouldBe)

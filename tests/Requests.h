@@ -49,7 +49,7 @@ struct Request
     const char* sending = "";                      ///< after that,
     const char* returned = "";                     ///< and at its end
 
-    int run() const { return call(value); }
+    int Run() const { return call(value); }
 };
 
 /** In a list of tests: behind the name of the row. */

@@ -78,7 +78,7 @@ std::atomic<int> signals; // without data, that were heard
 void ExpectOfAll(int Request::*end)
 {
     for (const Request& one : requests::kAll) {
-        EXPECT_EQ(one.*end, one.run()) << one.name;
+        EXPECT_EQ(one.*end, one.Run()) << one.name;
     }
     const std::string log = boundary::Take();
     EXPECT_FALSE(g_regex_match_simple("broken:|is busy|its record", log.c_str(),
@@ -173,7 +173,7 @@ void AskWhileTheServiceComesAndGoes(int times)
     std::thread asking([&enough] {
         while (!enough) {
             for (const Request& one : requests::kAll) {
-                const int end = one.run();
+                const int end = one.Run();
                 EXPECT_TRUE(end == one.result || end == one.unanswered) << one.name << ": " << end;
             }
         }

@@ -58,7 +58,7 @@ TEST_P(Failures, OfAnyAllocationLeaveNothingBehind)
         EXPECT_LT(20, failures) << "to register the log points takes more";
         boundary::kept = true;
         boundary::wanted = "record|broken";
-        one.run();
+        one.Run();
     });
     EXPECT_EQ("", log);
 }

@@ -98,7 +98,7 @@ void Meet(const Path& path, const Request& row)
     fake::lockFailures = path.lockFailures;
     TIStorageManagerState::enabled = path.name != "while tracing is off";
     recorder::storeIsFull = path.name == "with the store full";
-    boundary::Add("= ", row.run());
+    boundary::Add("= ", row.Run());
 }
 
 class EveryRequest : public testing::TestWithParam<Request>

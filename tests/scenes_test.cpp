@@ -23,7 +23,7 @@ using boundary::Quietly;
 using requests::Api;
 using Words = std::istringstream;
 
-char A, B;                   // user data
+char a, b;                   // user data
 GVariant* emitted = nullptr; // while a handler runs
 bool throwing = false;
 
@@ -81,7 +81,7 @@ std::string Shown(const void* data, size_t size)
 
 std::string Of(const void* user)
 {
-    return std::string(" of ") + (user == &A ? "A" : user == &B ? "B" : "nobody");
+    return std::string(" of ") + (user == &a ? "A" : user == &b ? "B" : "nobody");
 }
 
 /** Which bytes the application got to see. */
@@ -181,7 +181,7 @@ void Register(Words& words)
     const auto call = kRegistrations.at(Word(words));
     const bool on = Word(words) == "with-callback";
     const std::string user = Word(words);
-    const std::string result = call(on, user == "A" ? &A : user == "B" ? &B : nullptr);
+    const std::string result = call(on, user == "A" ? &a : user == "B" ? &b : nullptr);
     if (!result.empty()) {
         Add("= ", result);
     }
@@ -325,7 +325,7 @@ const std::map<std::string, void (*)(Words&)> kCommands = {
      [](Words&) {
          Quietly([] {
              for (const auto& [name, call] : kRegistrations) {
-                 call(true, &A);
+                 call(true, &a);
              }
          });
      }},

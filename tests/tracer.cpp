@@ -231,17 +231,6 @@ void MakeRequests()
 
 using Records = std::vector<std::pair<std::int64_t, std::string>>; // time and payload
 
-/** What a reader yields, and the damage that it tells of. */
-std::pair<Records, std::string> ReadStore(const std::string& path)
-{
-    trace::Reader reader(path);
-    Records records;
-    while (const trace::Record* record = reader.Next()) {
-        records.push_back({record->time, {record->payload.begin(), record->payload.end()}});
-    }
-    return {records, reader.Damage().value_or("")};
-}
-
 void Expect(bool holds, const char* what, std::size_t at)
 {
     if (!holds) {
@@ -249,32 +238,38 @@ void Expect(bool holds, const char* what, std::size_t at)
     }
 }
 
-/** Reads the store `whole` cut off, and with a byte of it changed; prints each damage once. */
-void ReadDamagedStores()
+/** What a reader yields of a store, and the damage that it tells of. */
+std::pair<Records, std::string> Read(const std::string& store)
 {
-    std::ifstream file("whole", std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    const Records whole = ReadStore("whole").first;
-    const int memory = memfd_create("damaged", MFD_CLOEXEC);
-    const auto read = [&](const std::string& damaged, std::size_t at, std::ptrdiff_t altered) {
-        if (ftruncate(memory, 0) != 0 || pwrite(memory, damaged.data(), damaged.size(), 0) < 0) {
-            std::abort();
-        }
-        auto store = ReadStore("/proc/self/fd/" + std::to_string(memory));
-        Expect(store.first.size() <= whole.size(), "more records than were written", at);
-        Expect(std::ranges::count_if(store.first,
-                                     [&whole](const auto& record) {
-                                         return std::ranges::count(whole, record) == 0;
-                                     }) <= altered,
-               "a record that was not written", at);
-        return store;
-    };
+    static const int file = memfd_create("store", MFD_CLOEXEC);
+    if (ftruncate(file, 0) != 0 || pwrite(file, store.data(), store.size(), 0) < 0) {
+        std::abort();
+    }
+    trace::Reader reader("/proc/self/fd/" + std::to_string(file));
+    Records records;
+    while (const trace::Record* record = reader.Next()) {
+        records.push_back({record->time, {record->payload.begin(), record->payload.end()}});
+    }
+    return {records, reader.Damage().value_or("")};
+}
 
+/** @param altered how many records may be others than those of the whole store */
+void ExpectOfWhole(const Records& records, const Records& whole, std::ptrdiff_t altered,
+                   std::size_t at)
+{
+    const auto isOther = [&whole](const auto& one) { return std::ranges::count(whole, one) == 0; };
+    Expect(records.size() <= whole.size(), "more records than were written", at);
+    Expect(std::ranges::count_if(records, isOther) <= altered, "a record that was not written", at);
+}
+
+void ReadCutOff(const std::string& store, const Records& whole)
+{
     std::size_t before = 0;
-    const std::string of = " of " + std::to_string(bytes.size()) + " the file is cut off";
-    for (std::size_t size = 0; size < bytes.size(); size += size < 128 ? 1 : 53) {
+    const std::string of = " of " + std::to_string(store.size()) + " the file is cut off";
+    for (std::size_t size = 0; size < store.size(); size += size < 128 ? 1 : 53) {
         try {
-            const auto [records, damage] = read(bytes.substr(0, size), size, 0);
+            const auto [records, damage] = Read(store.substr(0, size));
+            ExpectOfWhole(records, whole, 0, size);
             Expect(damage == "at byte " + std::to_string(size) + of, damage.c_str(), size);
             Expect(records.size() >= before, "fewer records than of less", size);
             before = records.size();
@@ -283,16 +278,21 @@ void ReadDamagedStores()
         }
     }
     Expect(before == whole.size(), "records are lost", before);
+}
 
+/** With a byte of it changed; prints each damage once. */
+void ReadAltered(const std::string& store, const Records& whole)
+{
     std::set<std::string> damages;
-    for (std::size_t at = sizeof(lumo::format::FileHeader); at < bytes.size(); ++at) {
-        if (bytes.compare(at, 64, std::string(64, bytes[at])) == 0) {
+    for (std::size_t at = sizeof(lumo::format::FileHeader); at < store.size(); ++at) {
+        if (store.compare(at, 64, std::string(64, store[at])) == 0) {
             continue; // zeros, or the long text
         }
         for (const int flip : {0x01, 0x04, 0x10, 0x80, 0xFF}) {
-            std::string flipped = bytes;
-            flipped[at] = static_cast<char>(flipped[at] ^ flip);
-            const auto [records, damage] = read(flipped, at, 1);
+            std::string altered = store;
+            altered[at] = static_cast<char>(altered[at] ^ flip);
+            const auto [records, damage] = Read(altered);
+            ExpectOfWhole(records, whole, 1, at);
             Expect(!damage.empty() ||
                        std::ranges::is_sorted(records, {}, &Records::value_type::first),
                    "no order", at);
@@ -300,10 +300,16 @@ void ReadDamagedStores()
         }
     }
     damages.erase(""); // of what no reader looks at
-    for (const std::string& damage : damages) {
-        std::cout << damage << "\n";
-    }
+    std::ranges::copy(damages, std::ostream_iterator<std::string>(std::cout, "\n"));
+}
 
+void ReadDamagedStores()
+{
+    std::ifstream file("whole", std::ios::binary);
+    const std::string store{std::istreambuf_iterator<char>(file), {}};
+    const Records whole = Read(store).first;
+    ReadCutOff(store, whole);
+    ReadAltered(store, whole);
     trace::Reader reader("whole");
     reader.Next();
     std::filesystem::resize_file("whole", 100); // while it is read
