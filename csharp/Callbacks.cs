@@ -10,7 +10,7 @@ namespace Zav
     /// </summary>
     internal static unsafe class Callbacks
     {
-        private const int SpdifBytes = 44;
+        private const int SpdifBuffer = 44;
 
 #if NET8_0_OR_GREATER
         internal static readonly IntPtr Invoked = (IntPtr)(delegate* unmanaged<void>)&OnInvoked;
@@ -62,7 +62,7 @@ namespace Zav
 
         [UnmanagedCallersOnly]
         private static void OnSpdifDataReceived(void* data, IntPtr user) =>
-            ZavService.Raise(new SpdifDataReceivedEventArgs(Copy(data, SpdifBytes)));
+            ZavService.Raise(new SpdifDataReceivedEventArgs(Copy(data, SpdifBuffer)));
 
         /// <summary>Signals number the modes from 0, requests from 100.</summary>
         [UnmanagedCallersOnly]

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The 33 functions of libzavservice-api.so, in the order of ZAVServiceBridgeAPI.h, which says what
+// The functions of libzavservice-api.so, in the order of ZAVServiceBridgeAPI.h, which says what
 // each does. Every type is blittable, so that no runtime makes code for a call when it runs: byte
 // stands for C's bool, IntPtr for the address of a callback. Truth values that are int in C stay
 // int. A test compares the list with the header and the library.

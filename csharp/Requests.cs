@@ -8,9 +8,9 @@ namespace Zav
     // The requests, each of them in two forms.
     public sealed partial class ZavService
     {
-        private const int UnknownFeatureSupport = -4;
-        private const int MaxElements = 100; // of a list of modes or levels
+        private const int FeatureSupportUnknown = -4;
         private const int MaxSpeakers = 50;
+        private const int MaxLevels = 100; // or modes
 
         /// <summary>Whether the service can be used.</summary>
         /// <returns>1 when it can; refused, unanswered: -1, as it may be itself.</returns>
@@ -241,12 +241,12 @@ namespace Zav
         private static int? ReadFeatureSupport()
         {
             int support = Imports.IsFeatureSupported();
-            return support == UnknownFeatureSupport ? (int?)null : support;
+            return support == FeatureSupportUnknown ? (int?)null : support;
         }
 
         private static unsafe AudioEffect[] ReadModes()
         {
-            int* buffer = stackalloc int[MaxElements];
+            int* buffer = stackalloc int[MaxLevels];
             int count;
             Imports.GetModeList(&buffer, &count);
             var modes = new AudioEffect[count];
@@ -257,7 +257,7 @@ namespace Zav
 
         private static unsafe int[] ReadEqualizerLevels()
         {
-            int* buffer = stackalloc int[MaxElements];
+            int* buffer = stackalloc int[MaxLevels];
             int count;
             Imports.GetEqualizerLevel(&buffer, &count);
             var levels = new int[count];
