@@ -34,7 +34,7 @@ int Guess(GDBusConnection* bus, unsigned count)
 /** Owns the service's name, and tells of `count` properties with names of its invention. */
 int Properties(GDBusConnection* bus, unsigned count)
 {
-    g_autoptr(GVariant) owned = g_dbus_connection_call_sync(
+    [[maybe_unused]] g_autoptr(GVariant) owned = g_dbus_connection_call_sync(
         bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
         g_variant_new("(su)", kService, 4U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     puts("ready");

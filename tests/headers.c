@@ -22,4 +22,4 @@ IS_SIGNED_INT(ListSoundEffect);
 IS_SIGNED_INT(commonTunnel_external_id_e);
 IS_SIGNED_INT(model_name);
 
-int (*const set_mode)(AudioEffect) = SetMode;
+int (*const kSetMode)(AudioEffect) = SetMode;

@@ -23,12 +23,31 @@ constexpr const char* kFailing = "4 InitDbusConnection > Called\n"
 struct Path
 {
     std::string name;
-    std::string reply = "";
+    std::string reply{};
     int lockFailures = 0;
     bool recorded = true;
     bool connected = true;
     const char* connecting = ""; // lines of a C function that does
 };
+
+std::string Announcement(const Request& row)
+{
+    return "4 " + row.logged + " > Sending Integer Data to ZAVService" +
+           (row.announced.empty() ? ".....\n"
+                                  : " " + row.announced + "..... | " + row.announcedAs + "\n");
+}
+
+/** The lines of so many attempts to lock the proxy. */
+std::string FailedAttempts(const Request& row, int count)
+{
+    std::string lines;
+    for (int left = 100; left > 100 - count; --left) {
+        lines += "lock held by another\n6 " + row.logged + " > " + row.logged +
+                 " API is busy. wait 10msec\\ttimeout " + std::to_string(left) +
+                 " | char* int\nsleep 10000\n";
+    }
+    return lines;
+}
 
 /** The lines of the method, and its result. */
 std::pair<std::string, int> Expected(const Request& row, const Path& path)
@@ -43,20 +62,14 @@ std::pair<std::string, int> Expected(const Request& row, const Path& path)
         return {lines + (path.connected ? row.connected : row.unconnected),
                 path.connected ? row.result : row.refused};
     }
-    lines += info + "Sending Integer Data to ZAVService" +
-             (row.announced.empty() ? ".....\n"
-                                    : " " + row.announced + "..... | " + row.announcedAs + "\n");
+    lines += Announcement(row);
     if (!path.connected) {
         return {lines + error +
                     "Error::Please initialize Dbus Connection by calling InitDbusConnection "
                     "function\n",
                 row.refused};
     }
-    for (int left = 100; left > 100 - path.lockFailures; --left) {
-        lines += "lock held by another\n" + error + row.logged +
-                 " API is busy. wait 10msec\\ttimeout " + std::to_string(left) +
-                 " | char* int\nsleep 10000\n";
-    }
+    lines += FailedAttempts(row, path.lockFailures);
     if (path.lockFailures == 100) {
         return {lines + error + "API is busy. give up\n", row.refused};
     }

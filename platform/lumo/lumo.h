@@ -92,7 +92,8 @@ public:
     TCLogger& operator=(const TCLogger&) = delete;
 
 private:
-    alignas(16) unsigned char m_opaque[64]; ///< what the trace library keeps here is its business
+    /** What the trace library keeps here is its business. */
+    alignas(16) [[maybe_unused]] unsigned char m_opaque[64];
 };
 
 } // namespace lumo
