@@ -69,7 +69,7 @@ std::string Named(std::string text, bool low)
     const std::lock_guard lock(boundary::guard);
     for (size_t place = 0; (place = text.find("0x", place)) != std::string::npos; ++place) {
         char* end = nullptr;
-        const uintptr_t number = strtoull(&text[place], &end, 16);
+        const uint64_t number = strtoull(&text[place], &end, 16);
         const auto named = std::ranges::find_if(boundary::names, [&](const auto& one) {
             const auto address = reinterpret_cast<uintptr_t>(one.first);
             return number == (low ? uint32_t(address) : address);
