@@ -31,7 +31,8 @@ configure_package_config_file(
 write_basic_package_version_file(zavservice-api-config-version.cmake
     COMPATIBILITY SameMajorVersion)
 
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
+    FILES_MATCHING PATTERN *.h)
 install(FILES ${PROJECT_BINARY_DIR}/zavservice-api.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 install(FILES ${PROJECT_BINARY_DIR}/zavservice-api-config.cmake
