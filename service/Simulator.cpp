@@ -69,6 +69,11 @@ void Simulator::Apply(const Control& control)
     } else if (verb == "reset") {
         Reset();
     } else if (verb == "quit") {
+        // Whoever told it so may start another service as soon as this is answered.
+        [[maybe_unused]] g_autoptr(GVariant) released = g_dbus_connection_call_sync(
+            m_connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "ReleaseName", g_variant_new("(s)", org_kelmar_tv_zav_interface.name), nullptr,
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
         g_main_loop_quit(m_loop);
     } else if (Fault& fault = m_faults[control.name]; verb != "delay") {
         fault = {verb == "hang" ? 0 : fault.delay, control};
