@@ -101,6 +101,7 @@ __attribute__((noinline, no_stack_protector)) void Write(const TSCodeLocation& l
     lumo::TSLoggerHelper::Log(location, args, format + sizeof LOG_POINT_PREFIX - 1);
 }
 
+/** Gathers the arguments where the log point stands, which may have none. */
 template <class... Arguments>
 [[gnu::always_inline]] inline void Fire(const TSCodeLocation& location, int level,
                                         const char* function, const char* format,
