@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Output.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,6 +57,9 @@ bool OnTerminal()
 
 std::string Printable(const std::string& text)
 {
+    if (std::ranges::all_of(text, [](char c) { return g_ascii_isprint(c); })) {
+        return text; // as nearly all are, of which a trace has many
+    }
     g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
     std::string shown;
     for (const char* c = valid; *c != '\0'; c = g_utf8_next_char(c)) {
