@@ -28,6 +28,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <sys/mman.h>
@@ -114,11 +115,7 @@ inline std::string Folded(const std::string& list)
 /** A text with each match replaced; ^ and $ are those of each line. */
 inline std::string Replaced(const std::string& text, const char* pattern, const std::string& by)
 {
-    constexpr auto flags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_MULTILINE);
-    g_autoptr(GRegex) regex = g_regex_new(pattern, flags, {}, nullptr);
-    g_autofree char* replaced =
-        g_regex_replace(regex, text.c_str(), -1, 0, by.c_str(), {}, nullptr);
-    return replaced;
+    return std::regex_replace(text, std::regex(pattern, std::regex::multiline), by);
 }
 
 /** The log since the last call of this function. */
@@ -167,9 +164,9 @@ inline std::string LogOf(const std::function<void()>& play)
     int status = -1;
     waitpid(child, &status, 0);
     if (WIFSIGNALED(status)) {
-        log += "the process ends by signal " + std::to_string(WTERMSIG(status)) + "\n";
+        log += "= the process ends by signal " + std::to_string(WTERMSIG(status)) + "\n";
     } else if (status != 0) {
-        log += "the process ends with " + std::to_string(WEXITSTATUS(status)) + "\n";
+        log += "= the process ends with " + std::to_string(WEXITSTATUS(status)) + "\n";
     }
     return log;
 }

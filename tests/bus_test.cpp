@@ -251,7 +251,7 @@ TEST(Bus, LetsAProgramEndWhileSignalsArrive)
 
 TEST(Bus, EndsTheProcessWhenItGoesAwayAsGLibDoesUnlessToldOtherwise)
 {
-    EXPECT_EQ("the process ends by signal " + std::to_string(SIGTERM) + "\n", EndOf([] {
+    EXPECT_EQ("= the process ends by signal " + std::to_string(SIGTERM) + "\n", EndOf([] {
                   Api::InitDbusConnection();
                   Kill(kBus);
                   IterateUntil([] { return false; });

@@ -98,10 +98,10 @@ std::string Whose(const void* data)
 template <class... Parts>
 void Called(const Parts&... parts)
 {
-    Add("callback ", parts...);
     if (throwing) {
         throw std::runtime_error("of a callback");
     }
+    Add("= callback ", parts...);
 }
 
 // ---- What a scene may do
@@ -384,7 +384,7 @@ std::string Played(const std::string& file)
         const std::string scene = file.substr(begin, end - begin);
         const std::string log = boundary::LogOf([&scene] { Play(scene); });
         played += (begin != 0 ? "\n" : "") + scene.substr(0, scene.find('\n') + 1) +
-                  boundary::Replaced(log, "^(> .*)\n= ", "\\1 = ");
+                  boundary::Replaced(log, "^(> .*)\n= ", "$1 = ");
     }
     return played;
 }
