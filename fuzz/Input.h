@@ -48,7 +48,6 @@ public:
 
     unsigned char Byte() { return Take<unsigned char>(); }
     int Int() { return Take<int>(); }
-    std::string Rest() { return Take(m_rest.size()); }
 
 private:
     std::span<const unsigned char> m_rest;

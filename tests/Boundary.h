@@ -22,6 +22,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <fstream>
 #include <functional>
 #include <glib.h>
@@ -116,6 +117,13 @@ inline std::string Folded(const std::string& list)
 inline std::string Replaced(const std::string& text, const char* pattern, const std::string& by)
 {
     return std::regex_replace(text, std::regex(pattern, std::regex::multiline), by);
+}
+
+/** The function that one of the program's own stands in front of. */
+template <class Function>
+Function* Real(Function* /*own*/, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 /** The log since the last call of this function. */

@@ -5,7 +5,6 @@
 #include "ZAVServiceAPI.h"
 
 #include <algorithm>
-#include <dlfcn.h>
 #include <unistd.h>
 
 namespace fake
@@ -18,11 +17,7 @@ std::string reply;
 GVariant* replyValue = nullptr;
 int lockFailures = 0;
 Use use;
-std::vector<Subscription> subscriptions = [] {
-    std::vector<Subscription> room;
-    room.reserve(16); // no allocation of the fake's own may fail
-    return room;
-}();
+std::vector<Subscription> subscriptions;
 
 } // namespace fake
 
@@ -108,12 +103,6 @@ void NoteCall(const char* verb, GDBusProxy* proxy, const gchar* method, GVariant
                       timeout == 5000 ? "" : ", but with another time-out",
                       Unless(proxy == Api::proxy && plain));
     }
-}
-
-template <class Function>
-Function* Real(Function*, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace
@@ -207,7 +196,7 @@ gboolean g_mutex_trylock(GMutex* mutex)
         Add("lock held by another");
         return FALSE;
     }
-    static const auto real = Real(g_mutex_trylock, "g_mutex_trylock");
+    static const auto real = boundary::Real(g_mutex_trylock, "g_mutex_trylock");
     lock = mutex;
     fake::use.locked = real(mutex) != FALSE;
     Add(fake::use.locked ? "lock taken" : "lock still held");
@@ -216,7 +205,7 @@ gboolean g_mutex_trylock(GMutex* mutex)
 
 void g_mutex_unlock(GMutex* mutex)
 {
-    static const auto real = Real(g_mutex_unlock, "g_mutex_unlock");
+    static const auto real = boundary::Real(g_mutex_unlock, "g_mutex_unlock");
     if (mutex == lock) { // GObject has some of its own
         Add("lock freed");
         fake::use.locked = false;

@@ -2,24 +2,13 @@
 //
 // GLib's mutex, in front of GLib's: GLib is not built with the thread checker, which without this
 // would not know what the lock orders, and would see races where there are none.
-#include <dlfcn.h>
-#include <glib.h>
+#include "Boundary.h"
+
 #include <sanitizer/tsan_interface.h>
-
-namespace
-{
-
-template <class Function>
-Function* Real(Function* /*type*/, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
 
 gboolean g_mutex_trylock(GMutex* mutex)
 {
-    static const auto real = Real(g_mutex_trylock, "g_mutex_trylock");
+    static const auto real = boundary::Real(g_mutex_trylock, "g_mutex_trylock");
     const gboolean taken = real(mutex);
     if (taken != FALSE) {
         __tsan_acquire(mutex);
@@ -29,7 +18,7 @@ gboolean g_mutex_trylock(GMutex* mutex)
 
 void g_mutex_unlock(GMutex* mutex)
 {
-    static const auto real = Real(g_mutex_unlock, "g_mutex_unlock");
+    static const auto real = boundary::Real(g_mutex_unlock, "g_mutex_unlock");
     __tsan_release(mutex);
     real(mutex);
 }

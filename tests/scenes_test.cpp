@@ -47,15 +47,12 @@ std::string Rest(Words& words)
 {
     std::string text;
     std::getline(words >> std::ws, text);
-    for (size_t star = 0; (star = text.find('*')) != std::string::npos;) {
-        const size_t before = text.find_last_of(" [", star) + 1;
-        const std::string number = text.substr(before, star - before);
-        size_t digits = 0;
-        std::string numbers = number;
-        for (int left = std::stoi(text.substr(star + 1), &digits); left > 1; --left) {
-            numbers += ", " + number;
+    for (std::smatch of; std::regex_search(text, of, std::regex("(\\w+)\\*(\\d+)"));) {
+        std::string numbers = of[1];
+        for (int left = std::stoi(of[2]); left > 1; --left) {
+            numbers += ", " + of[1].str();
         }
-        text.replace(before, star + 1 + digits - before, numbers);
+        text = of.prefix().str() + numbers + of.suffix().str();
     }
     return text;
 }
@@ -117,10 +114,11 @@ void Emit(Words& words)
 
 fake::Outcome Outcome(Words& words)
 {
-    const std::string outcome = Rest(words);
-    return outcome == "works"   ? fake::Outcome::works
-           : outcome == "fails" ? fake::Outcome::fails
-                                : fake::Outcome::failsWithoutError;
+    static const std::map<std::string, fake::Outcome> outcomes = {
+        {"works", fake::Outcome::works},
+        {"fails", fake::Outcome::fails},
+        {"says-nothing", fake::Outcome::failsWithoutError}};
+    return outcomes.at(Word(words));
 }
 
 /** Each with a callback, or for the tunnel's status, without; its result, if it has one. */
