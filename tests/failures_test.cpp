@@ -39,9 +39,7 @@ int FailEach(Operation call, int value, int result)
     }
 }
 
-class Failures : public testing::TestWithParam<Request>
-{
-};
+using Failures = testing::TestWithParam<Request>;
 
 TEST_P(Failures, OfAnyAllocationLeaveNothingBehind)
 {

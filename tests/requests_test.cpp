@@ -114,9 +114,7 @@ void Meet(const Path& path, const Request& row)
     boundary::Add("= ", row.Run());
 }
 
-class EveryRequest : public testing::TestWithParam<Request>
-{
-};
+using EveryRequest = testing::TestWithParam<Request>;
 
 TEST_P(EveryRequest, EndsOnEachPathAsItsRowSays)
 {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // Plays the scenes of tests/scenes, each in a process of its own: below its title, what stands
-// behind > is done, and the other lines are the boundary log that has to come of it, cut down to
-// what the scene shows. A result without a line before it stands on the line of its command.
+// behind > is done, one after the other, and the other lines are the boundary log that has to come
+// of it, cut down to what the scene shows. A result without a line before it stands on the line of
+// its command.
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Recorder.h"
@@ -214,20 +215,15 @@ void Decode(Words& words)
 void GetLevels(Words& words)
 {
     fake::reply = Rest(words);
-    int levels[200];
-    int* list = levels;
-    const auto show = [&levels](int count) {
-        const auto written = static_cast<size_t>(std::max(count, 0));
-        return std::to_string(count) + ": " + Shown(std::span(levels, written + 1));
+    const auto written = [](void (*get)(int* levels, int* count)) {
+        int count = requests::kUntouched;
+        std::vector levels(200, count);
+        get(levels.data(), &count);
+        levels.resize(static_cast<size_t>(std::max(count, 0)) + 1);
+        return std::to_string(count) + ": " + Shown(levels);
     };
-    int count = requests::kUntouched;
-    std::ranges::fill(levels, count);
-    Api::GetEqualizerLevel(levels, &count);
-    const std::string method = show(count);
-    count = requests::kUntouched;
-    std::ranges::fill(levels, count);
-    GetEqualizerLevel(&list, &count);
-    Add("= ", method, "; in C ", show(count));
+    Add("= ", written([](int* list, int* count) { Api::GetEqualizerLevel(list, count); }),
+        "; in C ", written([](int* list, int* count) { GetEqualizerLevel(&list, count); }));
 }
 
 void GetSpeakers(Words& words)
@@ -345,8 +341,7 @@ const std::map<std::string, void (*)(Words&)> kCommands = {
 /** A command, or a method of the table with a value of the scene's own. */
 void Do(const std::string& line)
 {
-    Add(line);
-    Words words(line.substr(2));
+    Words words(line);
     const std::string name = Word(words);
     if (const auto command = kCommands.find(name); command != kCommands.end()) {
         return command->second(words);
@@ -365,7 +360,12 @@ void Play(const std::string& scene)
     Words lines(scene);
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("> ")) {
-            Do(line.substr(0, line.find(" = ")));
+            line.resize(std::min(line.find(" = "), line.size()));
+            Add(line);
+            Words commands(line.substr(2));
+            for (std::string command; std::getline(commands, command, ';');) {
+                Do(command);
+            }
         }
     }
     if (!fake::use.HoldsNothing()) {
