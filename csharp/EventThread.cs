@@ -73,10 +73,14 @@ namespace Zav
                 attempt.SetException(exception);
                 return;
             }
-            // A Mono process cannot end before this thread has come back from C.
+            // A Mono process cannot end before this thread has come back from C, and newer Monos tell of
+            // one that ends meanwhile. A handler that does not return is not waited for.
+            Thread own = Thread.CurrentThread;
             AppDomain.CurrentDomain.ProcessExit += (sender, arguments) => {
                 ending = true;
                 g_main_context_wakeup(context);
+                if (Thread.CurrentThread != own)
+                    own.Join(TimeSpan.FromSeconds(1));
             };
             attempt.SetResult(true);
             while (!ending)
