@@ -2,8 +2,8 @@
 //
 // Plays the scenes of tests/scenes, each in a process of its own: below its title, what stands
 // behind > is done, one after the other, and the other lines are the boundary log that has to come
-// of it, cut down to what the scene shows. A result without a line before it stands on the line of
-// its command.
+// of it, cut down to what the scene shows. A result, a callback or an end without a line before it
+// stands on the line of its command.
 #include "Boundary.h"
 #include "FakeGio.h"
 #include "Recorder.h"
