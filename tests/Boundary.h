@@ -29,7 +29,6 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <sys/mman.h>
@@ -116,7 +115,11 @@ inline std::string Folded(const std::string& list)
 /** A text with each match replaced; ^ and $ are those of each line. */
 inline std::string Replaced(const std::string& text, const char* pattern, const std::string& by)
 {
-    return std::regex_replace(text, std::regex(pattern, std::regex::multiline), by);
+    constexpr auto flags = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_MULTILINE);
+    g_autoptr(GRegex) regex = g_regex_new(pattern, flags, {}, nullptr);
+    g_autofree char* replaced =
+        g_regex_replace(regex, text.c_str(), -1, 0, by.c_str(), {}, nullptr);
+    return replaced;
 }
 
 /** The function that one of the program's own stands in front of. */

@@ -98,9 +98,9 @@ std::string ExpectedLog(const Request& row, const Path& path)
     const std::string returned = Replaced(row.returned, "#", std::to_string(result));
     const std::string all = Replaced(row.entry + std::string(row.connects ? path.connecting : "") +
                                          row.sending + lines + returned,
-                                     "\\{\\}", row.name);
+                                     "{}", row.name);
     return "# " + path.name + "\n" +
-           (path.recorded ? all : Replaced(all, "^([0-9].*?)( \\| .*)?$", "$1 | no record")) +
+           (path.recorded ? all : Replaced(all, "^([0-9].*?)( \\| .*)?$", "\\1 | no record")) +
            "= " + std::to_string(result) + "\n";
 }
 

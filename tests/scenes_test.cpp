@@ -48,12 +48,15 @@ std::string Rest(Words& words)
 {
     std::string text;
     std::getline(words >> std::ws, text);
-    for (std::smatch of; std::regex_search(text, of, std::regex("(\\w+)\\*(\\d+)"));) {
-        std::string numbers = of[1];
-        for (int left = std::stoi(of[2]); left > 1; --left) {
-            numbers += ", " + of[1].str();
+    for (size_t star = 0; (star = text.find('*')) != std::string::npos;) {
+        const size_t before = text.find_last_of(" [", star) + 1;
+        const std::string number = text.substr(before, star - before);
+        size_t digits = 0;
+        std::string numbers = number;
+        for (int left = std::stoi(text.substr(star + 1), &digits); left > 1; --left) {
+            numbers += ", " + number;
         }
-        text = of.prefix().str() + numbers + of.suffix().str();
+        text.replace(before, star + 1 + digits - before, numbers);
     }
     return text;
 }
@@ -382,7 +385,7 @@ std::string Played(const std::string& file)
         const std::string scene = file.substr(begin, end - begin);
         const std::string log = boundary::LogOf([&scene] { Play(scene); });
         played += (begin != 0 ? "\n" : "") + scene.substr(0, scene.find('\n') + 1) +
-                  boundary::Replaced(log, "^(> .*)\n= ", "$1 = ");
+                  boundary::Replaced(log, "^(> .*)\n= ", "\\1 = ");
     }
     return played;
 }
