@@ -74,7 +74,7 @@ namespace Zav
                 return;
             }
             // A Mono process cannot end before this thread has come back from C, and newer Monos tell of
-            // one that ends meanwhile. A handler that does not return is not waited for.
+            // one that ends meanwhile. A handler that does not return delays the end by a second.
             Thread own = Thread.CurrentThread;
             AppDomain.CurrentDomain.ProcessExit += (sender, arguments) => {
                 ending = true;
